@@ -1,0 +1,113 @@
+// Idle notification: the one place that knows every socket, timer and idle job of the process,
+// and DeleteAble, the base of singletons destroyed in priority order at exit.
+#pragma once
+
+#include <cstdint>
+#include <set>
+
+// Base of process-wide singletons destroyed at exit in ascending order of priority.
+class DeleteAble {
+public:
+    virtual ~DeleteAble();
+    // Enters `object` (owned from here on) with `priority`; equal priorities may repeat. The
+    // first entry registers, once, the atexit handler that deletes them all.
+    static void enter(DeleteAble* object, float priority);
+    // Deletes every entered object in ascending priority; what the atexit handler runs.
+    static void deleteAll();
+};
+
+class IdleNotifier;
+
+// A job that runs in slices whenever the process is idle.
+class Idler {
+public:
+    virtual ~Idler() = default;
+    virtual void idle(IdleNotifier* notifier) = 0;
+    virtual bool hasUrgentWork() = 0;
+};
+
+// A periodic timer's callback; `nowTick` is the tick count of the run that fired it.
+class TimerListener {
+public:
+    virtual ~TimerListener() = default;
+    virtual void timerFired(int32_t nowTick) = 0;
+};
+
+// One socket (or socket-like source) watched by the notifier. An inactive listener is never
+// handed to select: what it wants is taken as ready at once.
+class SocketListener {
+public:
+    virtual ~SocketListener() = default;
+    virtual bool isActive() = 0;
+    virtual int getFD() = 0;
+    virtual bool wantsRead() = 0;
+    virtual bool wantsWrite() = 0;
+    virtual bool wantsExcept() { return false; }
+    virtual bool hasBufferedWork() = 0;
+    virtual bool needsCall() = 0;
+    virtual void onRead() = 0;
+    virtual void onWrite() = 0;
+    virtual void onExcept() {}
+    virtual void onBufferedWork() = 0;
+    virtual void onCall() = 0;
+};
+
+// The singleton of sockets, timers and idle jobs. Every call may re-enter: a callback can run a
+// wait that turns the notifier again, to any depth. Removal during a walk only clears the entry;
+// the table is compacted when the outermost walk ends. Nothing added here is owned.
+class IdleNotifier : public DeleteAble {
+public:
+    // The singleton, made on first use. Null once its destruction has begun, for good: callers
+    // that may run late (destructors of listeners) must test for that.
+    static IdleNotifier* get();
+
+    // How many sockets one select watches; those beyond are not watched in that turn.
+    static constexpr int kMaxSelectSockets = 64;
+
+    void addIdler(Idler* idler);
+    void removeIdler(Idler* idler);
+    void addListener(SocketListener* listener);
+    void removeListener(SocketListener* listener);
+    // Fires `listener` every `periodMs` milliseconds from now until removed.
+    void addTimer(TimerListener* listener, int32_t periodMs);
+    // Removes every timer entry of `listener`.
+    void removeTimer(TimerListener* listener);
+
+    // Gives each idler a slice (only those with urgent work when `onlyUrgent`).
+    void runIdlers(bool onlyUrgent);
+    // Fires each due timer at most once and re-arms it a period after this run's tick.
+    void runTimers();
+    // Waits up to `timeoutMs` (shortened by a due timer, 0 when work is already pending) for
+    // sockets to become ready and, with `dispatch`, calls their listeners.
+    void pollSockets(int32_t timeoutMs, bool dispatch);
+
+    // -1 without timers, 0 when the first is due, else the milliseconds until it is.
+    int32_t nextTimerDelay() const;
+    // True if a listener has a ready flag set or needs a call.
+    bool anyReady();
+    // Calls the listeners whose flags are set; true if anything was called.
+    bool dispatchReady();
+
+    ~IdleNotifier() override;
+
+private:
+    IdleNotifier();
+    void beginWalk() { ++iterating; }
+    void endWalk();
+    void sweep();
+    void insertTimer(struct TimerEntry* entry);
+
+    std::set<Idler*> idlers;
+
+    unsigned char* readReady = nullptr;
+    unsigned char* writeReady = nullptr;
+    unsigned char* exceptReady = nullptr;
+    unsigned char* pumpReady = nullptr;
+    SocketListener** listeners = nullptr;
+    int32_t count = 0;
+    int32_t capacity = 0;
+    int32_t iterating = 0;
+
+    struct TimerEntry* timerHead = nullptr;
+    struct TimerEntry* timerTail = nullptr;
+};
