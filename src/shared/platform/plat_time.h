@@ -12,6 +12,11 @@ inline int32_t plat_tick_diff(int32_t later, int32_t earlier) {
     return static_cast<int32_t>(static_cast<uint32_t>(later) - static_cast<uint32_t>(earlier));
 }
 
+// `tick + ms` with the wrap of the counter (no signed overflow).
+inline int32_t plat_tick_add(int32_t tick, int32_t ms) {
+    return static_cast<int32_t>(static_cast<uint32_t>(tick) + static_cast<uint32_t>(ms));
+}
+
 // Replaces the clock behind plat_tick_count, so that tests can drive waits of minutes without
 // sleeping. Null puts the monotonic clock back. Returns the previous source (null = the clock).
 using plat_tick_source = int32_t (*)();
