@@ -41,6 +41,10 @@ void plat_sockets_cleanup() {}
 
 plat_socket plat_tcp_socket() { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0); }
 
+bool plat_socket_pair(plat_socket fds[2]) {
+    return socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) == 0;
+}
+
 bool plat_close_socket(plat_socket fd) {
     // close is not retried on EINTR: on Linux the descriptor is gone either way.
     return fd >= 0 && close(fd) == 0;

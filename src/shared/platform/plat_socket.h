@@ -20,6 +20,8 @@ void plat_sockets_cleanup();
 
 // socket(AF_INET, SOCK_STREAM): a TCP socket, close-on-exec so children never inherit it.
 plat_socket plat_tcp_socket();
+// A connected pair of stream sockets (AF_UNIX), close-on-exec; for in-process peers and tests.
+bool plat_socket_pair(plat_socket fds[2]);
 // closesocket.
 bool plat_close_socket(plat_socket fd);
 // ioctlsocket(FIONBIO).
