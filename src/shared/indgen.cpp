@@ -22,7 +22,8 @@ int g_counts[7] = {};
 int g_total = 0;
 gen_report_func g_reportFunc = gen_default_report;
 
-const char* const kPrefixes[7] = {nullptr, "disaster", "fatal", "error", "warning", "info", nullptr};
+const char* const kPrefixes[7] = {nullptr,   "disaster", "fatal", "error",
+                                  "warning", "info",     nullptr};
 
 char* copyString(const char* s) {
     size_t n = std::strlen(s) + 1;
@@ -98,9 +99,15 @@ void gen_exit(int code) {
     std::exit(code);
 }
 
-const char* gen_program_name() { return g_programName; }
-const char* gen_program_path() { return g_programPath; }
-int gen_socket_startup_result() { return g_socketStartup; }
+const char* gen_program_name() {
+    return g_programName;
+}
+const char* gen_program_path() {
+    return g_programPath;
+}
+int gen_socket_startup_result() {
+    return g_socketStartup;
+}
 
 void gen_default_report(int level, const char* format, va_list args) {
     int base = level > 100 ? level - 100 : level;
@@ -127,7 +134,9 @@ void gen_default_report(int level, const char* format, va_list args) {
     errno = savedErrno;
 }
 
-void gen_report(int level, const char* format, va_list args) { g_reportFunc(level, format, args); }
+void gen_report(int level, const char* format, va_list args) {
+    g_reportFunc(level, format, args);
+}
 
 gen_report_func gen_set_report_func(gen_report_func func) {
     gen_report_func previous = g_reportFunc;
@@ -135,8 +144,12 @@ gen_report_func gen_set_report_func(gen_report_func func) {
     return previous;
 }
 
-int gen_report_count(int level) { return level >= 0 && level <= 6 ? g_counts[level] : 0; }
-int gen_report_total() { return g_total; }
+int gen_report_count(int level) {
+    return level >= 0 && level <= 6 ? g_counts[level] : 0;
+}
+int gen_report_total() {
+    return g_total;
+}
 
 #define GEN_REPORT_AT(level)                                                                       \
     do {                                                                                           \
@@ -146,11 +159,21 @@ int gen_report_total() { return g_total; }
         va_end(args);                                                                              \
     } while (0)
 
-void gen_warning(const char* format, ...) { GEN_REPORT_AT(GEN_WARNING); }
-void gen_info(const char* format, ...) { GEN_REPORT_AT(GEN_INFO); }
-void gen_error(const char* format, ...) { GEN_REPORT_AT(GEN_ERROR); }
-void gen_message(const char* format, ...) { GEN_REPORT_AT(GEN_MESSAGE); }
-void gen_syserror(const char* format, ...) { GEN_REPORT_AT(GEN_SYSERROR); }
+void gen_warning(const char* format, ...) {
+    GEN_REPORT_AT(GEN_WARNING);
+}
+void gen_info(const char* format, ...) {
+    GEN_REPORT_AT(GEN_INFO);
+}
+void gen_error(const char* format, ...) {
+    GEN_REPORT_AT(GEN_ERROR);
+}
+void gen_message(const char* format, ...) {
+    GEN_REPORT_AT(GEN_MESSAGE);
+}
+void gen_syserror(const char* format, ...) {
+    GEN_REPORT_AT(GEN_SYSERROR);
+}
 
 void gen_fatal(int exit_code, const char* format, ...) {
     GEN_REPORT_AT(exit_code != 0 ? GEN_FATAL : GEN_PLAIN);
@@ -204,4 +227,6 @@ void* gen_realloc(void* pointer, size_t size) {
     return p;
 }
 
-void gen_free(void* pointer) { std::free(pointer); }
+void gen_free(void* pointer) {
+    std::free(pointer);
+}

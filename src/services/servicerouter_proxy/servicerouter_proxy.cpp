@@ -16,7 +16,9 @@ bool createGlobalServiceRouterProxy(bool, int*, char**, const char*, bool, Retry
 
 void destroyGlobalServiceRouterProxy(bool) {}
 
-Svc_RouterLink* globalServiceRouterLink() { return nullptr; }
+Svc_RouterLink* globalServiceRouterLink() {
+    return nullptr;
+}
 
 bool waitForChildExit(PlatProcess* process, const char* label, bool terminate, int timeoutMs) {
     PlatWait result = plat_wait_process(process, timeoutMs);

@@ -100,9 +100,15 @@ bool Svc_EventLoop::addLoopFunc(VoidFunc func) {
 bool Svc_EventLoop::removeExitCondition(ExitCondition* condition) {
     return removeFirst(exit_conditions, condition);
 }
-bool Svc_EventLoop::removeExitConditionFunc(BoolFunc func) { return removeFirst(exit_funcs, func); }
-bool Svc_EventLoop::removeLoopAction(LoopAction* action) { return removeFirst(loop_actions, action); }
-bool Svc_EventLoop::removeLoopFunc(VoidFunc func) { return removeFirst(loop_funcs, func); }
+bool Svc_EventLoop::removeExitConditionFunc(BoolFunc func) {
+    return removeFirst(exit_funcs, func);
+}
+bool Svc_EventLoop::removeLoopAction(LoopAction* action) {
+    return removeFirst(loop_actions, action);
+}
+bool Svc_EventLoop::removeLoopFunc(VoidFunc func) {
+    return removeFirst(loop_funcs, func);
+}
 bool Svc_EventLoop::setSleepTime(SleepTime* sleepTime) {
     sleep_time = sleepTime;
     return true;

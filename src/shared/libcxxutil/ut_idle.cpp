@@ -100,8 +100,12 @@ IdleNotifier::~IdleNotifier() {
     gen_free(listeners);
 }
 
-void IdleNotifier::addIdler(Idler* idler) { idlers.insert(idler); }
-void IdleNotifier::removeIdler(Idler* idler) { idlers.erase(idler); }
+void IdleNotifier::addIdler(Idler* idler) {
+    idlers.insert(idler);
+}
+void IdleNotifier::removeIdler(Idler* idler) {
+    idlers.erase(idler);
+}
 
 void IdleNotifier::endWalk() {
     if (--iterating == 0)
@@ -205,7 +209,8 @@ void IdleNotifier::insertTimer(TimerEntry* entry) {
 }
 
 void IdleNotifier::addTimer(TimerListener* listener, int32_t periodMs) {
-    auto* entry = new TimerEntry{listener, periodMs, plat_tick_add(plat_tick_count(), periodMs), nullptr};
+    auto* entry =
+        new TimerEntry{listener, periodMs, plat_tick_add(plat_tick_count(), periodMs), nullptr};
     insertTimer(entry);
 }
 

@@ -42,4 +42,6 @@ PlatError plat_map_errno(int errnoValue) {
     }
 }
 
-PlatError plat_last_error() { return plat_map_errno(errno); }
+PlatError plat_last_error() {
+    return plat_map_errno(errno);
+}

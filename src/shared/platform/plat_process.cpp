@@ -70,7 +70,8 @@ bool reapNoHang(PlatProcess* p) {
 }
 } // namespace
 
-PlatProcess* plat_spawn(const char* const argv[], const PlatSpawnOptions* options, PlatError* error) {
+PlatProcess* plat_spawn(const char* const argv[], const PlatSpawnOptions* options,
+                        PlatError* error) {
     if (argv == nullptr || argv[0] == nullptr) {
         if (error)
             *error = PlatError::not_found;
@@ -172,9 +173,13 @@ void plat_close_process(PlatProcess* process) {
     delete process;
 }
 
-int plat_process_id(const PlatProcess* process) { return process ? process->pid : -1; }
+int plat_process_id(const PlatProcess* process) {
+    return process ? process->pid : -1;
+}
 
-int plat_current_process_id() { return static_cast<int>(getpid()); }
+int plat_current_process_id() {
+    return static_cast<int>(getpid());
+}
 
 bool plat_self_path(char* out, size_t size) {
     if (size == 0)

@@ -19,7 +19,8 @@ struct PlatSpawnOptions {
 // CreateProcessA from an argument vector (null-terminated), never through a shell. argv[0] is
 // searched in PATH. A program named "x.exe" that does not exist runs as "x". Returns the handle,
 // or null with *error set (not_found when the program is missing).
-PlatProcess* plat_spawn(const char* const argv[], const PlatSpawnOptions* options, PlatError* error);
+PlatProcess* plat_spawn(const char* const argv[], const PlatSpawnOptions* options,
+                        PlatError* error);
 
 enum class PlatWait { exited, timed_out, failed };
 // WaitForSingleObject: waits up to `timeoutMs` (0 = just look, negative = for ever) for the

@@ -41,8 +41,8 @@ int cvsservice_main(int argc, char** argv) {
         return 1;
 
     loadDefaultConfig();
-    gen_assert(setupCVSServer() == true, "setupCVSServer() == true", kSourceFile,
-               kSetupAssertLine, 0);
+    gen_assert(setupCVSServer() == true, "setupCVSServer() == true", kSourceFile, kSetupAssertLine,
+               0);
 
     Svc_EventLoop event_loop(globalServiceRouterLink());
     gen_assert(event_loop.installExitConditionFunc(serviceCreatedExitFunc()),

@@ -16,7 +16,11 @@ bool setupCVSServer() {
 }
 
 namespace {
-bool noServiceCreatedYet() { return false; }
+bool noServiceCreatedYet() {
+    return false;
+}
 } // namespace
 
-ExitConditionFunc serviceCreatedExitFunc() { return noServiceCreatedYet; }
+ExitConditionFunc serviceCreatedExitFunc() {
+    return noServiceCreatedYet;
+}

@@ -1,3 +1,5 @@
 #include "cvsservice.h"
 
-int main(int argc, char** argv) { return cvsservice_main(argc, argv); }
+int main(int argc, char** argv) {
+    return cvsservice_main(argc, argv);
+}
