@@ -310,16 +310,16 @@ private:
     void writeBytes(const void* bytes, int64_t count);
     void alignWrite(int32_t alignment);
     bool alignRead(int32_t alignment, int32_t size, int32_t* at);
+    void failRead() { cursor = limit; }
     void putTypeWord(int32_t tag, uint32_t type);
     void beginLengthField(int32_t tag, uint32_t type, int32_t* mark);
     void endLengthField(int32_t mark);
     bool fieldOfClass(int32_t tag, uint32_t typeClass);
-    void failRead() { cursor = limit; }
-    void asciiEnter(STPAsciiScope* saved, char opener, bool present);
-    void asciiLeave(const STPAsciiScope& saved, char opener);
-    void asciiGoToEnd();
+    bool scalarField(int32_t tag, uint32_t type);
     void asciiPutName(const char* name);
-    void asciiPutText(const char* text);
-    int32_t asciiSkipBlanks(int32_t at) const;
-    int32_t asciiEndOfText() const;
+    const char* asciiText(int32_t offset) const;
+    int32_t asciiOffset(const char* p) const;
+    void asciiGoToEnd();
+    bool asciiEnter(STPAsciiScope* saved, char opener);
+    void asciiLeave(const STPAsciiScope& saved, char closer);
 };

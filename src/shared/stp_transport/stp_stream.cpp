@@ -1,0 +1,1009 @@
+// STPStream: buffer management, the binary form and the ASCII form.
+#include "stp_stream.h"
+
+#include "indgen.h"
+#include "stp_ascii_text.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+uint32_t loadU32(const char* p) {
+    const auto* b = reinterpret_cast<const unsigned char*>(p);
+    return uint32_t{b[0]} | uint32_t{b[1]} << 8 | uint32_t{b[2]} << 16 | uint32_t{b[3]} << 24;
+}
+
+uint16_t loadU16(const char* p) {
+    const auto* b = reinterpret_cast<const unsigned char*>(p);
+    return static_cast<uint16_t>(b[0] | b[1] << 8);
+}
+
+void storeU32(char* p, uint32_t v) {
+    auto* b = reinterpret_cast<unsigned char*>(p);
+    b[0] = static_cast<unsigned char>(v);
+    b[1] = static_cast<unsigned char>(v >> 8);
+    b[2] = static_cast<unsigned char>(v >> 16);
+    b[3] = static_cast<unsigned char>(v >> 24);
+}
+
+void storeU16(char* p, uint16_t v) {
+    auto* b = reinterpret_cast<unsigned char*>(p);
+    b[0] = static_cast<unsigned char>(v);
+    b[1] = static_cast<unsigned char>(v >> 8);
+}
+
+int64_t alignUp(int64_t offset, int32_t alignment) {
+    return (offset + alignment - 1) & ~static_cast<int64_t>(alignment - 1);
+}
+
+bool validElementSize(int32_t size) {
+    return size == 1 || size == 2 || size == 4;
+}
+
+} // namespace
+
+// --- Buffer ------------------------------------------------------------------------------------
+
+STPStream::STPStream() = default;
+
+STPStream::STPStream(int32_t initialCapacity) {
+    if (initialCapacity > 0) {
+        base = static_cast<char*>(gen_alloc(static_cast<size_t>(initialCapacity), 1));
+        capacity = initialCapacity;
+    }
+}
+
+STPStream::STPStream(const void* data, int32_t dataLength) {
+    base = const_cast<char*>(static_cast<const char*>(data));
+    owned = false;
+    capacity = length = data ? std::max(dataLength, 0) : 0;
+    startReading(0, length);
+}
+
+STPStream::~STPStream() {
+    if (owned)
+        gen_free(base);
+}
+
+// Grows to `count + 2 * capacity` (`count + 14` from nothing), so that a run of small writes
+// costs few reallocations. A borrowed buffer is copied into an owned one at the same time.
+void STPStream::reserve(int64_t count) {
+    int64_t needEnd = static_cast<int64_t>(cursor) + count;
+    if (owned && needEnd <= capacity)
+        return;
+    if (needEnd > INT32_MAX)
+        gen_out_of_memory();
+    int64_t grown = capacity == 0 ? count + 14 : count + 2 * static_cast<int64_t>(capacity);
+    grown = std::min<int64_t>(std::max(grown, needEnd), INT32_MAX);
+    if (owned) {
+        base = static_cast<char*>(gen_realloc(base, static_cast<size_t>(grown)));
+        std::memset(base + capacity, 0, static_cast<size_t>(grown - capacity));
+    } else {
+        char* copy = static_cast<char*>(gen_alloc(static_cast<size_t>(grown), 1));
+        if (length > 0)
+            std::memcpy(copy, base, static_cast<size_t>(length));
+        base = copy;
+        owned = true;
+    }
+    capacity = static_cast<int32_t>(grown);
+}
+
+int32_t STPStream::seek(int32_t offset) {
+    int32_t old = cursor;
+    offset = std::max(offset, 0);
+    if (offset > capacity)
+        reserve(static_cast<int64_t>(offset) - cursor);
+    cursor = offset;
+    return old;
+}
+
+void STPStream::assign(const void* data, int32_t dataLength) {
+    clear();
+    if (data && dataLength > 0)
+        writeBytes(data, dataLength);
+    startReading(0, length);
+}
+
+void STPStream::clear() {
+    if (!owned) {
+        base = nullptr;
+        capacity = 0;
+        owned = true;
+    } else if (length > 0) {
+        std::memset(base, 0, static_cast<size_t>(length));
+    }
+    length = cursor = limit = readEnd = 0;
+    fieldStart = fieldEnd = asciiScope = 0;
+}
+
+void STPStream::startReading(int32_t start, int32_t end) {
+    if (end < 0 || end > length)
+        end = length;
+    start = std::clamp(start, 0, end);
+    readEnd = end;
+    cursor = fieldStart = asciiScope = start;
+    fieldEnd = limit = end;
+}
+
+void STPStream::setU32At(int32_t offset, uint32_t value) {
+    if (offset < 0)
+        return;
+    if (static_cast<int64_t>(offset) + 4 > capacity || !owned) {
+        int32_t saved = cursor;
+        cursor = offset;
+        reserve(4);
+        cursor = saved;
+    }
+    storeU32(base + offset, value);
+    length = std::max(length, offset + 4);
+}
+
+uint32_t STPStream::getU32At(int32_t offset) const {
+    if (offset < 0 || static_cast<int64_t>(offset) + 4 > length)
+        return 0;
+    return loadU32(base + offset);
+}
+
+void STPStream::writeBytes(const void* bytes, int64_t count) {
+    if (count <= 0)
+        return;
+    reserve(count);
+    std::memcpy(base + cursor, bytes, static_cast<size_t>(count));
+    cursor += static_cast<int32_t>(count);
+    length = std::max(length, cursor);
+}
+
+// Padding is written, not skipped: a stream rewritten after a seek must still carry zero padding.
+void STPStream::alignWrite(int32_t alignment) {
+    int64_t pad = alignUp(cursor, alignment) - cursor;
+    if (pad == 0)
+        return;
+    reserve(pad);
+    std::memset(base + cursor, 0, static_cast<size_t>(pad));
+    cursor += static_cast<int32_t>(pad);
+    length = std::max(length, cursor);
+}
+
+// --- Binary form: raw values -------------------------------------------------------------------
+
+void STPStream::putByte(uint8_t value) {
+    writeBytes(&value, 1);
+}
+
+void STPStream::putU16(uint16_t value) {
+    alignWrite(2);
+    char bytes[2];
+    storeU16(bytes, value);
+    writeBytes(bytes, 2);
+}
+
+void STPStream::putU32(uint32_t value) {
+    alignWrite(4);
+    char bytes[4];
+    storeU32(bytes, value);
+    writeBytes(bytes, 4);
+}
+
+void STPStream::putU64(uint64_t value) {
+    alignWrite(4);
+    char bytes[8];
+    storeU32(bytes, static_cast<uint32_t>(value >> 32));
+    storeU32(bytes + 4, static_cast<uint32_t>(value));
+    writeBytes(bytes, 8);
+}
+
+void STPStream::putBytes(const void* data, int32_t count, int32_t size) {
+    GEN_ASSERT(validElementSize(size));
+    alignWrite(size);
+    if (count <= 0 || !data)
+        return;
+    int64_t total = static_cast<int64_t>(count) * size;
+    reserve(total);
+    char* out = base + cursor;
+    const char* in = static_cast<const char*>(data);
+    if (size == 1) {
+        std::memcpy(out, in, static_cast<size_t>(total));
+    } else {
+        // Elements are host values; the wire is little-endian whatever the host.
+        for (int32_t i = 0; i < count; ++i) {
+            if (size == 2) {
+                uint16_t v;
+                std::memcpy(&v, in + 2 * i, 2);
+                storeU16(out + 2 * i, v);
+            } else {
+                uint32_t v;
+                std::memcpy(&v, in + 4 * static_cast<int64_t>(i), 4);
+                storeU32(out + 4 * static_cast<int64_t>(i), v);
+            }
+        }
+    }
+    cursor += static_cast<int32_t>(total);
+    length = std::max(length, cursor);
+}
+
+void STPStream::putString(const char* s) {
+    if (!s) {
+        putU32(0);
+        return;
+    }
+    size_t n = std::strlen(s) + 1;
+    if (n > INT32_MAX)
+        gen_out_of_memory();
+    putU32(static_cast<uint32_t>(n));
+    writeBytes(s, static_cast<int64_t>(n));
+}
+
+// Positions the cursor for a read of `size` bytes aligned to `alignment`, or fails the read.
+bool STPStream::alignRead(int32_t alignment, int32_t size, int32_t* at) {
+    int64_t offset = alignUp(cursor, alignment);
+    if (cursor > limit || offset + size > limit) {
+        failRead();
+        return false;
+    }
+    *at = static_cast<int32_t>(offset);
+    cursor = static_cast<int32_t>(offset) + size;
+    return true;
+}
+
+uint8_t STPStream::getByte() {
+    int32_t at;
+    return alignRead(1, 1, &at) ? static_cast<uint8_t>(base[at]) : 0;
+}
+
+uint16_t STPStream::getU16() {
+    int32_t at;
+    return alignRead(2, 2, &at) ? loadU16(base + at) : 0;
+}
+
+uint32_t STPStream::getU32() {
+    int32_t at;
+    return alignRead(4, 4, &at) ? loadU32(base + at) : 0;
+}
+
+uint64_t STPStream::getU64() {
+    int32_t at;
+    if (!alignRead(4, 8, &at))
+        return 0;
+    return static_cast<uint64_t>(loadU32(base + at)) << 32 | loadU32(base + at + 4);
+}
+
+int32_t STPStream::getBytes(void* out, int32_t count, int32_t size) {
+    GEN_ASSERT(validElementSize(size));
+    if (count <= 0 || !out)
+        return 0;
+    char* dest = static_cast<char*>(out);
+    int64_t offset = alignUp(cursor, size);
+    int64_t fit = cursor <= limit && offset <= limit ? (limit - offset) / size : 0;
+    int32_t n = static_cast<int32_t>(std::min<int64_t>(count, fit));
+    for (int32_t i = 0; i < n; ++i) {
+        const char* in = base + offset + static_cast<int64_t>(i) * size;
+        if (size == 1) {
+            dest[i] = *in;
+        } else if (size == 2) {
+            uint16_t v = loadU16(in);
+            std::memcpy(dest + 2 * static_cast<int64_t>(i), &v, 2);
+        } else {
+            uint32_t v = loadU32(in);
+            std::memcpy(dest + 4 * static_cast<int64_t>(i), &v, 4);
+        }
+    }
+    if (n < count) {
+        std::memset(dest + static_cast<int64_t>(n) * size, 0,
+                    static_cast<size_t>(static_cast<int64_t>(count - n) * size));
+        failRead();
+    } else {
+        cursor = static_cast<int32_t>(offset + static_cast<int64_t>(n) * size);
+    }
+    return n;
+}
+
+// --- Binary form: fields -----------------------------------------------------------------------
+
+void STPStream::putTypeWord(int32_t tag, uint32_t type) {
+    putU32(static_cast<uint32_t>(tag) << 8 | type);
+}
+
+void STPStream::putInt8(int32_t tag, int8_t value) {
+    putTypeWord(tag, STP_TYPE_INT8);
+    putByte(static_cast<uint8_t>(value));
+}
+
+void STPStream::putInt16(int32_t tag, int16_t value) {
+    putTypeWord(tag, STP_TYPE_INT16);
+    putU16(static_cast<uint16_t>(value));
+}
+
+void STPStream::putInt32(int32_t tag, int32_t value) {
+    putTypeWord(tag, STP_TYPE_INT32);
+    putU32(static_cast<uint32_t>(value));
+}
+
+void STPStream::putInt64(int32_t tag, int64_t value) {
+    putTypeWord(tag, STP_TYPE_INT64);
+    putU64(static_cast<uint64_t>(value));
+}
+
+void STPStream::putFloat(int32_t tag, float value) {
+    uint32_t bits;
+    std::memcpy(&bits, &value, 4);
+    putTypeWord(tag, STP_TYPE_FLOAT);
+    putU32(bits);
+}
+
+void STPStream::putDouble(int32_t tag, double value) {
+    uint64_t bits;
+    std::memcpy(&bits, &value, 8);
+    putTypeWord(tag, STP_TYPE_DOUBLE);
+    putU64(bits);
+}
+
+void STPStream::putStringField(int32_t tag, const char* s) {
+    putTypeWord(tag, STP_TYPE_STRING);
+    putString(s);
+}
+
+void STPStream::beginLengthField(int32_t tag, uint32_t type, int32_t* mark) {
+    putTypeWord(tag, type);
+    putU32(0);
+    *mark = cursor;
+}
+
+void STPStream::endLengthField(int32_t mark) {
+    if (mark < 4 || mark > length || cursor < mark)
+        return;
+    storeU32(base + mark - 4, static_cast<uint32_t>(cursor - mark));
+}
+
+void STPStream::beginStruct(int32_t tag, int32_t* mark) {
+    beginLengthField(tag, STP_TYPE_STRUCT, mark);
+}
+
+void STPStream::endStruct(int32_t mark) {
+    endLengthField(mark);
+}
+
+void STPStream::beginArray(int32_t tag, int32_t* mark) {
+    beginLengthField(tag, STP_TYPE_ARRAY, mark);
+}
+
+void STPStream::endArray(int32_t mark) {
+    endLengthField(mark);
+}
+
+void STPStream::putArray(int32_t tag, const void* data, int32_t count, int32_t size) {
+    GEN_ASSERT(validElementSize(size));
+    count = data ? std::max(count, 0) : 0;
+    putTypeWord(tag, STP_TYPE_ARRAY);
+    putU32(static_cast<uint32_t>(static_cast<int64_t>(count) * size));
+    putBytes(data, count, size);
+}
+
+void STPStream::putCountedArray(int32_t tag, const void* data, int32_t count, int32_t size) {
+    GEN_ASSERT(validElementSize(size));
+    count = data ? std::max(count, 0) : 0;
+    putTypeWord(tag, STP_TYPE_ARRAY);
+    putU32(static_cast<uint32_t>(4 + static_cast<int64_t>(count) * size));
+    putU32(static_cast<uint32_t>(count));
+    putBytes(data, count, size);
+}
+
+uint32_t STPStream::findField(int32_t tag) {
+    bool sequential = true;
+    if (cursor != fieldStart) {
+        cursor = fieldStart;
+        sequential = false;
+    }
+    limit = fieldEnd;
+    if (tag == -1) {
+        limit = cursor;
+        return 0;
+    }
+    for (;;) {
+        int64_t at = alignUp(cursor, 4);
+        if (at + 4 > fieldEnd) {
+            cursor = limit = fieldEnd;
+            return 0;
+        }
+        uint32_t word = loadU32(base + at);
+        int64_t next = at + 4;
+        if (word == 0) {
+            cursor = limit = static_cast<int32_t>(next);
+            return 0;
+        }
+        int64_t size = word & 0xFu;
+        bool hasLengthWord = size == 0;
+        if (hasLengthWord) {
+            if (next + 4 > fieldEnd) {
+                cursor = limit = fieldEnd;
+                return 0;
+            }
+            size = loadU32(base + next);
+            next += 4;
+        }
+        if (stp_type_tag(word) != tag) {
+            sequential = false;
+            if (next + size > fieldEnd) {
+                cursor = limit = fieldEnd;
+                return 0;
+            }
+            cursor = static_cast<int32_t>(next + size);
+            continue;
+        }
+        // The string reader reads the length word itself.
+        if (stp_type_class(word) == STP_TYPE_STRING && hasLengthWord) {
+            next -= 4;
+            size += 4;
+        }
+        // A value that claims more than its scope holds is cut at the scope's end.
+        int64_t stop = std::min<int64_t>(next + size, fieldEnd);
+        cursor = static_cast<int32_t>(next);
+        limit = static_cast<int32_t>(stop);
+        if (sequential)
+            fieldStart = limit;
+        return word;
+    }
+}
+
+// Finds a field and checks its class; on a mismatch the read fails as a truncated one would.
+bool STPStream::fieldOfClass(int32_t tag, uint32_t typeClass) {
+    uint32_t word = findField(tag);
+    if (word == 0)
+        return false;
+    if (stp_type_class(word) != typeClass) {
+        failRead();
+        return false;
+    }
+    return true;
+}
+
+// Scalars must match in class and size: an 8-bit field read as 32 bits gives 0, not a guess.
+bool STPStream::scalarField(int32_t tag, uint32_t type) {
+    uint32_t word = findField(tag);
+    if (word == 0)
+        return false;
+    if ((word & 0xFFu) != type) {
+        failRead();
+        return false;
+    }
+    return true;
+}
+
+int8_t STPStream::getInt8(int32_t tag) {
+    if (!scalarField(tag, STP_TYPE_INT8))
+        return 0;
+    return static_cast<int8_t>(getByte());
+}
+
+int16_t STPStream::getInt16(int32_t tag) {
+    if (!scalarField(tag, STP_TYPE_INT16))
+        return 0;
+    return static_cast<int16_t>(getU16());
+}
+
+int32_t STPStream::getInt32(int32_t tag) {
+    if (!scalarField(tag, STP_TYPE_INT32))
+        return 0;
+    return static_cast<int32_t>(getU32());
+}
+
+int64_t STPStream::getInt64(int32_t tag) {
+    if (!scalarField(tag, STP_TYPE_INT64))
+        return 0;
+    return static_cast<int64_t>(getU64());
+}
+
+float STPStream::getFloat(int32_t tag) {
+    if (!scalarField(tag, STP_TYPE_FLOAT))
+        return 0;
+    uint32_t bits = getU32();
+    float value;
+    std::memcpy(&value, &bits, 4);
+    return value;
+}
+
+double STPStream::getDouble(int32_t tag) {
+    if (!scalarField(tag, STP_TYPE_DOUBLE))
+        return 0;
+    uint64_t bits = getU64();
+    double value;
+    std::memcpy(&value, &bits, 8);
+    return value;
+}
+
+const char* STPStream::getStringView(int32_t tag, int32_t* viewLength) {
+    if (viewLength)
+        *viewLength = 0;
+    if (!fieldOfClass(tag, STP_TYPE_STRING))
+        return nullptr;
+    uint32_t n = getU32();
+    if (n == 0 || static_cast<int64_t>(cursor) + n > limit || base[cursor + n - 1] != '\0') {
+        failRead();
+        return nullptr;
+    }
+    const char* s = base + cursor;
+    cursor = limit;
+    if (viewLength)
+        *viewLength = static_cast<int32_t>(strnlen(s, n));
+    return s;
+}
+
+char* STPStream::getString(int32_t tag) {
+    int32_t n;
+    const char* view = getStringView(tag, &n);
+    if (!view)
+        return nullptr;
+    char* copy = static_cast<char*>(gen_alloc(static_cast<size_t>(n) + 1, 1));
+    std::memcpy(copy, view, static_cast<size_t>(n));
+    return copy;
+}
+
+uint32_t STPStream::enterScope(int32_t tag, STPFieldScope* saved) {
+    uint32_t word = findField(tag);
+    uint32_t typeClass = stp_type_class(word);
+    if (word != 0 && typeClass != STP_TYPE_STRUCT && typeClass != STP_TYPE_ARRAY) {
+        failRead();
+        word = 0;
+    }
+    saved->fieldStart = fieldStart;
+    saved->fieldEnd = fieldEnd;
+    saved->fieldStop = limit;
+    if (word == 0)
+        cursor = limit;
+    fieldStart = cursor;
+    fieldEnd = limit;
+    return word;
+}
+
+void STPStream::leaveScope(const STPFieldScope& saved) {
+    fieldStart = saved.fieldStart;
+    fieldEnd = saved.fieldEnd;
+    cursor = saved.fieldStop;
+    limit = fieldEnd;
+}
+
+int32_t STPStream::getArray(int32_t tag, void* out, int32_t count, int32_t size) {
+    GEN_ASSERT(validElementSize(size));
+    if (!out || count <= 0)
+        return 0;
+    if (!fieldOfClass(tag, STP_TYPE_ARRAY)) {
+        std::memset(out, 0, static_cast<size_t>(static_cast<int64_t>(count) * size));
+        return 0;
+    }
+    int32_t n = getBytes(out, count, size);
+    cursor = limit;
+    return n;
+}
+
+void* STPStream::getCountedArray(int32_t tag, int32_t* count, int32_t size) {
+    GEN_ASSERT(validElementSize(size));
+    *count = 0;
+    if (!fieldOfClass(tag, STP_TYPE_ARRAY))
+        return nullptr;
+    int64_t n = static_cast<int32_t>(getU32());
+    int64_t offset = alignUp(cursor, size);
+    int64_t fit = offset <= limit ? (limit - offset) / size : 0;
+    n = std::min(n, fit);
+    if (n <= 0) {
+        failRead();
+        return nullptr;
+    }
+    void* elements = gen_alloc(static_cast<size_t>(n), static_cast<size_t>(size));
+    *count = getBytes(elements, static_cast<int32_t>(n), size);
+    cursor = limit;
+    return elements;
+}
+
+int32_t STPStream::getListCount() {
+    int32_t n = getInt32(STP_TAG_LIST_COUNT);
+    // A string or struct element is at least a type word and a length word.
+    return std::clamp(n, 0, std::max(scopeBytesLeft(), 0) / 8);
+}
+
+// --- ASCII form: writing -----------------------------------------------------------------------
+
+void STPStream::putRaw(const char* text) {
+    if (text)
+        writeBytes(text, static_cast<int64_t>(std::strlen(text)));
+}
+
+void STPStream::putRaw(const char* text, int32_t count) {
+    if (text)
+        writeBytes(text, count);
+}
+
+void STPStream::asciiPutName(const char* name) {
+    putRaw(name);
+    writeBytes(":", 1);
+}
+
+void STPStream::asciiPutNumber(uint32_t value) {
+    char text[16];
+    int n = std::snprintf(text, sizeof text, "0x%x ", value);
+    writeBytes(text, n);
+}
+
+void STPStream::asciiPutNamedNumber(const char* name, uint32_t value) {
+    asciiPutName(name);
+    asciiPutNumber(value);
+}
+
+void STPStream::asciiPutNumber64(uint64_t value) {
+    char text[32];
+    int n = std::snprintf(text, sizeof text, "0x%x%08x ", static_cast<unsigned>(value >> 32),
+                          static_cast<unsigned>(value));
+    writeBytes(text, n);
+}
+
+void STPStream::asciiPutNamedNumber64(const char* name, uint64_t value) {
+    asciiPutName(name);
+    asciiPutNumber64(value);
+}
+
+void STPStream::asciiPutString(const char* s) {
+    if (!s) {
+        writeBytes("null ", 5);
+        return;
+    }
+    size_t n = std::strlen(s);
+    reserve(static_cast<int64_t>(2 * n + 3)); // every character escaped, quotes and blank
+    writeBytes("\"", 1);
+    const char* run = s;
+    for (const char* p = s;; ++p) {
+        char c = *p;
+        if (c != '\0' && c != '\\' && c != '"' && c != '\n')
+            continue;
+        writeBytes(run, p - run);
+        if (c == '\0')
+            break;
+        char escaped[2] = {'\\', c == '\n' ? 'n' : c};
+        writeBytes(escaped, 2);
+        run = p + 1;
+    }
+    writeBytes("\" ", 2);
+}
+
+void STPStream::asciiPutNamedString(const char* name, const char* s) {
+    asciiPutName(name);
+    asciiPutString(s);
+}
+
+void STPStream::asciiPutWord(const char* word) {
+    if (!word || !*word)
+        return;
+    putRaw(word);
+    writeBytes(" ", 1);
+}
+
+void STPStream::asciiPutNamedWord(const char* name, const char* word) {
+    asciiPutName(name);
+    asciiPutWord(word);
+}
+
+void STPStream::asciiPutQuoted(const char* word) {
+    writeBytes("\"", 1);
+    putRaw(word);
+    writeBytes("\" ", 2);
+}
+
+void STPStream::asciiPutNamedQuoted(const char* name, const char* word) {
+    asciiPutName(name);
+    asciiPutQuoted(word);
+}
+
+void STPStream::asciiBeginStruct() {
+    writeBytes("{ ", 2);
+}
+
+void STPStream::asciiBeginNamedStruct(const char* name) {
+    asciiPutName(name);
+    asciiBeginStruct();
+}
+
+void STPStream::asciiEndStruct() {
+    writeBytes(" } ", 3);
+}
+
+void STPStream::asciiBeginArray(int32_t count) {
+    if (count >= 0) {
+        writeBytes("(", 1);
+        asciiPutNumber(static_cast<uint32_t>(count));
+        writeBytes(")", 1);
+    }
+    writeBytes("[ ", 2);
+}
+
+void STPStream::asciiBeginNamedArray(const char* name, int32_t count) {
+    asciiPutName(name);
+    asciiBeginArray(count);
+}
+
+void STPStream::asciiEndArray() {
+    writeBytes(" ] ", 3);
+}
+
+// --- ASCII form: reading -----------------------------------------------------------------------
+
+const char* STPStream::asciiText(int32_t offset) const {
+    return base + std::clamp(offset, 0, readEnd);
+}
+
+int32_t STPStream::asciiOffset(const char* p) const {
+    return static_cast<int32_t>(p - base);
+}
+
+// The zero word that ends the text, or the end of the read range when a broken body lacks it.
+void STPStream::asciiGoToEnd() {
+    const char* p = asciiText(cursor);
+    const char* end = base + readEnd;
+    const void* nul = p < end ? std::memchr(p, 0, static_cast<size_t>(end - p)) : nullptr;
+    cursor = asciiScope = nul ? asciiOffset(static_cast<const char*>(nul)) : readEnd;
+}
+
+const char* STPStream::asciiFindField(const char* name) {
+    if (!name)
+        return nullptr;
+    const char* end = base + readEnd;
+    const char* p = stp_ascii_skip_blanks(asciiText(asciiScope), end);
+    bool sequential = p == stp_ascii_skip_blanks(asciiText(cursor), end);
+    cursor = asciiOffset(p);
+    size_t n = std::strlen(name);
+    for (;;) {
+        char c = stp_ascii_at(p, end);
+        if (c == '\0' || c == '}' || c == ']')
+            return nullptr;
+        if (static_cast<size_t>(end - p) > n && std::memcmp(p, name, n) == 0 && p[n] == ':')
+            break;
+        sequential = false;
+        // To the next colon, but never out of the scope: a closer ends the search too.
+        while ((c = stp_ascii_at(p, end)) != ':') {
+            if (c == '\0' || c == '}' || c == ']')
+                return nullptr;
+            ++p;
+        }
+        p = stp_ascii_skip_value(stp_ascii_skip_blanks(p + 1, end), end);
+    }
+    p = stp_ascii_skip_blanks(p + n + 1, end);
+    cursor = asciiOffset(p);
+    if (sequential)
+        asciiScope = asciiOffset(stp_ascii_skip_value(p, end));
+    return p;
+}
+
+const char* STPStream::asciiNextField(const char** name, int32_t* nameLength) {
+    const char* end = base + readEnd;
+    const char* p = stp_ascii_skip_blanks(asciiText(cursor), end);
+    *name = nullptr;
+    *nameLength = 0;
+    cursor = asciiOffset(p);
+    char c = stp_ascii_at(p, end);
+    if (c == '\0' || c == '}' || c == ']')
+        return nullptr;
+    const char* q = p;
+    while ((c = stp_ascii_at(q, end)) != ':' && !stp_ascii_ends_token(c) && c != '"' && c != '{' &&
+           c != '[' && c != '(')
+        ++q;
+    if (c == ':' && q > p) {
+        *name = p;
+        *nameLength = static_cast<int32_t>(q - p);
+        p = stp_ascii_skip_blanks(q + 1, end);
+        cursor = asciiOffset(p);
+    }
+    return p;
+}
+
+const char* STPStream::asciiNextValue() {
+    const char* end = base + readEnd;
+    const char* p = stp_ascii_skip_blanks(asciiText(cursor), end);
+    char c = stp_ascii_at(p, end);
+    if (c == '\0' || c == '}' || c == ']') {
+        cursor = asciiOffset(p);
+        return nullptr;
+    }
+    cursor = asciiOffset(stp_ascii_skip_value(p, end));
+    return p;
+}
+
+uint32_t STPStream::asciiGetNumber() {
+    const char* end = base + readEnd;
+    const char* p = stp_ascii_skip_blanks(asciiText(cursor), end);
+    const char* stop;
+    uint32_t value = stp_ascii_parse_u32(p, end, &stop);
+    cursor = asciiOffset(stop);
+    return value;
+}
+
+uint32_t STPStream::asciiGetNamedNumber(const char* name) {
+    return asciiFindField(name) ? asciiGetNumber() : 0;
+}
+
+uint64_t STPStream::asciiGetNumber64() {
+    const char* end = base + readEnd;
+    const char* p = stp_ascii_skip_blanks(asciiText(cursor), end);
+    const char* stop;
+    uint64_t value = stp_ascii_parse_u64(p, end, &stop);
+    cursor = asciiOffset(stop);
+    return value;
+}
+
+uint64_t STPStream::asciiGetNamedNumber64(const char* name) {
+    return asciiFindField(name) ? asciiGetNumber64() : 0;
+}
+
+char* STPStream::asciiGetString() {
+    const char* end = base + readEnd;
+    const char* p = stp_ascii_skip_blanks(asciiText(cursor), end);
+    if (stp_ascii_at(p, end) != '"') {
+        if (end - p >= 5 && std::memcmp(p, "null", 4) == 0 && stp_ascii_is_blank(p[4]))
+            cursor = asciiOffset(p + 5);
+        return nullptr;
+    }
+    const char* text = p + 1;
+    const char* q = text;
+    bool escaped = false;
+    char c;
+    while ((c = stp_ascii_at(q, end)) != '\0' && c != '"') {
+        if (c == '\\') {
+            escaped = true;
+            if (stp_ascii_at(q + 1, end) == '\0')
+                break; // a backslash that ends the text stops the scan
+            ++q;
+        }
+        ++q;
+    }
+    size_t n = static_cast<size_t>(q - text);
+    char* copy = static_cast<char*>(gen_alloc(n + 1, 1));
+    if (!escaped) {
+        std::memcpy(copy, text, n);
+    } else {
+        char* out = copy;
+        for (const char* r = text; r < q; ++r) {
+            if (*r == '\\' && r + 1 < q) {
+                ++r;
+                *out++ = *r == 'n' ? '\n' : *r;
+            } else if (*r != '\\') {
+                *out++ = *r;
+            }
+        }
+    }
+    // Behind the closing quote; without one, at the end of the text (behind a last backslash).
+    cursor = asciiOffset(c == '\0' ? q : q + 1);
+    return copy;
+}
+
+char* STPStream::asciiGetNamedString(const char* name) {
+    return asciiFindField(name) ? asciiGetString() : nullptr;
+}
+
+const char* STPStream::asciiPeekWord(int32_t* wordLength) {
+    const char* end = base + readEnd;
+    const char* p = stp_ascii_skip_blanks(asciiText(cursor), end);
+    const char* q = p;
+    while (!stp_ascii_ends_token(stp_ascii_at(q, end)))
+        ++q;
+    *wordLength = static_cast<int32_t>(q - p);
+    return q > p ? p : nullptr;
+}
+
+const char* STPStream::asciiGetWord(int32_t* wordLength) {
+    const char* end = base + readEnd;
+    bool atScope = stp_ascii_skip_blanks(asciiText(asciiScope), end) ==
+                   stp_ascii_skip_blanks(asciiText(cursor), end);
+    const char* word = asciiPeekWord(wordLength);
+    if (!word)
+        return nullptr;
+    cursor = asciiOffset(word) + *wordLength;
+    if (atScope)
+        asciiScope = cursor;
+    return word;
+}
+
+const char* STPStream::asciiGetNamedWord(const char* name, int32_t* wordLength) {
+    *wordLength = 0;
+    return asciiFindField(name) ? asciiGetWord(wordLength) : nullptr;
+}
+
+const char* STPStream::asciiGetQuoted(int32_t* wordLength) {
+    const char* end = base + readEnd;
+    const char* p = stp_ascii_skip_blanks(asciiText(cursor), end);
+    *wordLength = 0;
+    if (stp_ascii_at(p, end) != '"')
+        return nullptr;
+    const char* q = p + 1;
+    char c;
+    while ((c = stp_ascii_at(q, end)) != '\0' && c != '"')
+        ++q;
+    *wordLength = static_cast<int32_t>(q - (p + 1));
+    cursor = asciiOffset(c == '"' ? q + 1 : q);
+    return p + 1;
+}
+
+const char* STPStream::asciiGetNamedQuoted(const char* name, int32_t* wordLength) {
+    *wordLength = 0;
+    return asciiFindField(name) ? asciiGetQuoted(wordLength) : nullptr;
+}
+
+// Opens the struct or array at the cursor; without its opener the scope becomes empty.
+bool STPStream::asciiEnter(STPAsciiScope* saved, char opener) {
+    const char* end = base + readEnd;
+    const char* p = stp_ascii_skip_blanks(asciiText(cursor), end);
+    saved->asciiScope = asciiScope;
+    if (stp_ascii_at(p, end) != opener) {
+        asciiGoToEnd();
+        return false;
+    }
+    cursor = asciiScope = asciiOffset(p + 1);
+    return true;
+}
+
+// Steps over the closer. When the reader left fields or elements unread (a newer peer's
+// additions, or an array without a count), they are skipped up to the matching closer rather
+// than the whole rest of the message, so that the elements behind still read; only a text without
+// that closer goes to the end.
+void STPStream::asciiLeave(const STPAsciiScope& saved, char closer) {
+    const char* end = base + readEnd;
+    const char* p = stp_ascii_skip_blanks(asciiText(cursor), end);
+    if (stp_ascii_at(p, end) != closer)
+        p = stp_ascii_find_closer(p, end, closer);
+    if (stp_ascii_at(p, end) == closer) {
+        cursor = asciiOffset(p + 1);
+    } else {
+        cursor = asciiOffset(p);
+        asciiGoToEnd();
+    }
+    asciiScope = saved.asciiScope;
+}
+
+bool STPStream::asciiEnterStruct(STPAsciiScope* saved) {
+    return asciiEnter(saved, '{');
+}
+
+bool STPStream::asciiEnterNamedStruct(STPAsciiScope* saved, const char* name) {
+    if (!asciiFindField(name)) {
+        saved->asciiScope = asciiScope;
+        asciiGoToEnd();
+        return false;
+    }
+    return asciiEnterStruct(saved);
+}
+
+void STPStream::asciiLeaveStruct(const STPAsciiScope& saved) {
+    asciiLeave(saved, '}');
+}
+
+int32_t STPStream::asciiEnterArray(STPAsciiScope* saved) {
+    const char* end = base + readEnd;
+    const char* p = stp_ascii_skip_blanks(asciiText(cursor), end);
+    int64_t count = 0;
+    bool counted = stp_ascii_at(p, end) == '(';
+    if (counted) {
+        const char* stop;
+        count = static_cast<int32_t>(stp_ascii_parse_u32(p + 1, end, &stop));
+        p = stp_ascii_skip_blanks(stop, end);
+        if (stp_ascii_at(p, end) == ')')
+            p = stp_ascii_skip_blanks(p + 1, end);
+    }
+    cursor = asciiOffset(p);
+    if (!asciiEnter(saved, '['))
+        return 0;
+    if (!counted && stp_ascii_at(stp_ascii_skip_blanks(asciiText(cursor), end), end) != ']')
+        gen_error("unspecified stp ascii array size");
+    // Every element but an empty word takes at least one byte of text, so a larger count cannot
+    // be true.
+    return static_cast<int32_t>(std::clamp<int64_t>(count, 0, end - asciiText(cursor)));
+}
+
+int32_t STPStream::asciiEnterNamedArray(STPAsciiScope* saved, const char* name) {
+    if (!asciiFindField(name)) {
+        saved->asciiScope = asciiScope;
+        asciiGoToEnd();
+        return 0;
+    }
+    return asciiEnterArray(saved);
+}
+
+void STPStream::asciiLeaveArray(const STPAsciiScope& saved) {
+    asciiLeave(saved, ']');
+}
