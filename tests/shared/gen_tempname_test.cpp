@@ -1,0 +1,161 @@
+// Temporary directory choice, temporary names and temporary files, in a temporary folder.
+#include "gen_tempname.h"
+
+#include "gen_temp_folder.h"
+#include "indgen.h"
+#include "plat_files.h"
+#include "plat_folders.h"
+#include "plat_process.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <set>
+#include <string>
+
+namespace fs = std::filesystem;
+
+namespace {
+std::string take(char* s) {
+    std::string text = s ? s : "<null>";
+    gen_free(s);
+    return text;
+}
+
+std::string base32(unsigned value) {
+    const char* digits = "0123456789abcdefghijklmnopqrstuv";
+    std::string text;
+    do {
+        text.insert(text.begin(), digits[value % 32]);
+        value /= 32;
+    } while (value);
+    return text;
+}
+
+// Sets or clears the variables that choose the temporary directory, and puts them back.
+class GenTempNameTest : public GenTempFolder {
+protected:
+    void SetUp() override {
+        GenTempFolder::SetUp();
+        for (const char* name : {"TMP", "TEMP", "BUILDER_TEMPORARY_NAME"}) {
+            const char* value = std::getenv(name);
+            saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
+            unsetenv(name);
+        }
+    }
+    void TearDown() override {
+        for (auto& [name, value] : saved_) {
+            if (value)
+                setenv(name.c_str(), value->c_str(), 1);
+            else
+                unsetenv(name.c_str());
+        }
+        gen_temp_dir(root().c_str()); // forget this folder before it goes
+        GenTempFolder::TearDown();
+    }
+
+private:
+    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+};
+
+TEST_F(GenTempNameTest, DirectoryIsTheFirstAccessibleChoice) {
+    std::string tmp = at("tmp"), temp = at("temp"), preferred = at("preferred");
+    for (const std::string& d : {tmp, temp, preferred})
+        fs::create_directory(d);
+
+    EXPECT_EQ(std::string(gen_temp_dir(preferred.c_str())), preferred);
+    setenv("TEMP", temp.c_str(), 1);
+    EXPECT_EQ(std::string(gen_temp_dir(preferred.c_str())), temp);
+    setenv("TMP", tmp.c_str(), 1);
+    EXPECT_EQ(std::string(gen_temp_dir(preferred.c_str())), tmp);
+    setenv("TMP", at("missing").c_str(), 1);
+    EXPECT_EQ(std::string(gen_temp_dir(preferred.c_str())), temp);
+
+    // Cached: without a preferred directory the last answer stands.
+    unsetenv("TEMP");
+    EXPECT_EQ(std::string(gen_temp_dir(nullptr)), temp);
+    // With none of them accessible, the system's temporary root.
+    EXPECT_EQ(std::string(gen_temp_dir(at("missing").c_str())), plat_default_temp_dir());
+    EXPECT_EQ(std::string(plat_default_temp_dir()), "/tmp");
+}
+
+TEST_F(GenTempNameTest, NamesDoNotCollideInALoop) {
+    std::string pid = base32(static_cast<unsigned>(plat_current_process_id()));
+    std::string prefix = root() + "/tq_" + pid;
+    std::set<std::string> seen;
+    for (int i = 0; i < 300; ++i) {
+        std::string name = take(gen_temp_name(root().c_str(), i % 2 ? ".log" : "txt"));
+        ASSERT_EQ(name.compare(0, prefix.size(), prefix), 0) << name;
+        EXPECT_TRUE(seen.insert(name).second) << "repeated " << name;
+        EXPECT_FALSE(fs::exists(name));
+        EXPECT_EQ(name.substr(name.size() - 4), i % 2 ? ".log" : ".txt");
+        if (i % 3 == 0)
+            write(name, "taken"); // a name in use must not come back
+    }
+    EXPECT_EQ(seen.size(), 300u);
+}
+
+TEST_F(GenTempNameTest, AnExistingNameIsSkipped) {
+    std::string pid = base32(static_cast<unsigned>(plat_current_process_id()));
+    std::string first = take(gen_temp_name(root().c_str(), "x"));
+    std::string counter = first.substr(root().size() + 4 + pid.size());
+    counter = counter.substr(0, counter.size() - 2);
+    unsigned value = static_cast<unsigned>(std::stoul(counter, nullptr, 32));
+    // Occupy the next two names: the counter passes over them.
+    write(root() + "/tq_" + pid + base32(value + 1) + ".x", "");
+    write(root() + "/tq_" + pid + base32(value + 2) + ".x", "");
+    EXPECT_EQ(take(gen_temp_name(root().c_str(), "x")),
+              root() + "/tq_" + pid + base32(value + 3) + ".x");
+    EXPECT_EQ(take(gen_temp_name(root().c_str(), nullptr)),
+              root() + "/tq_" + pid + base32(value + 4));
+}
+
+TEST_F(GenTempNameTest, BuilderTemporaryNameIsUsedAsItIs) {
+    setenv("BUILDER_TEMPORARY_NAME", "fixed", 1);
+    EXPECT_EQ(take(gen_temp_name(root().c_str(), "txt")), root() + "/fixed.txt");
+    EXPECT_EQ(take(gen_temp_name(root().c_str(), nullptr)), root() + "/fixed");
+    setenv("BUILDER_TEMPORARY_NAME", "dotted.", 1);
+    EXPECT_EQ(take(gen_temp_name(root().c_str(), ".cfg")), root() + "/dotted.cfg");
+    write(root() + "/dotted.cfg", "exists");
+    EXPECT_EQ(take(gen_temp_name(root().c_str(), "cfg")), root() + "/dotted.cfg");
+}
+
+TEST_F(GenTempNameTest, MakeTempCreatesAnExclusiveFile) {
+    std::string tid = std::to_string(plat_current_thread_id());
+    std::string digits = std::string(5 - std::min<size_t>(5, tid.size()), '0') +
+                         tid.substr(tid.size() > 5 ? tid.size() - 5 : 0);
+    std::string pattern = root() + "/vccommentXXXXXX";
+    for (char letter : {'a', 'b', 'c'}) {
+        std::string name = pattern;
+        int fd = gen_make_temp(name.data());
+        ASSERT_GE(fd, 0);
+        EXPECT_EQ(name, root() + "/vccomment" + letter + digits);
+        EXPECT_EQ(plat_write(fd, "hi", 2), 2);
+        EXPECT_EQ(plat_close(fd), 0);
+        EXPECT_EQ(read(name), "hi");
+        PlatFileStatus status;
+        ASSERT_EQ(plat_stat(name.c_str(), &status), 0);
+        EXPECT_EQ(status.mode & 0777, 0600u);
+    }
+
+    std::string bad = root() + "/noXXXXX";
+    EXPECT_EQ(gen_make_temp(bad.data()), -1);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(gen_make_temp(nullptr), -1);
+}
+
+TEST_F(GenTempNameTest, MakeTempFailsWhenEveryLetterIsTaken) {
+    std::string pattern = root() + "/fullXXXXXX";
+    for (int i = 0; i < 26; ++i) {
+        std::string name = pattern;
+        int fd = gen_make_temp(name.data());
+        ASSERT_GE(fd, 0) << i;
+        plat_close(fd);
+    }
+    std::string name = pattern;
+    EXPECT_EQ(gen_make_temp(name.data()), -1);
+    EXPECT_EQ(errno, EEXIST);
+}
+} // namespace
