@@ -158,7 +158,7 @@ ut_string& ut_string::assignConcat(const char* a, const char* b) {
         std::memcpy(t, a, na);
     if (nb)
         std::memcpy(t + na, b, nb);
-    *this = ut_string(t);
+    *this = ut_string(Adopt{}, t);
     return *this;
 }
 

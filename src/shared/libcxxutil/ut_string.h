@@ -95,7 +95,9 @@ public:
     int32_t tagWord() const;
 
 private:
-    explicit ut_string(char* adoptedText) : text_(adoptedText) {}
+    struct Adopt {};
+    // Takes over a block that already counts this owner.
+    ut_string(Adopt, char* adoptedText) : text_(adoptedText) {}
     void ref();
     void unref();
     // Makes the block growable with one owner (tag word 28), copying when it is not.
