@@ -294,3 +294,9 @@ constexpr bool stp_same_text(const char* a, const char* b) {
     }
     return *a == *b;
 }
+
+// The number of elements generated code writes or walks for an array and its count: `count`,
+// or 0 when the array is absent or the count is not positive.
+template <typename T, typename C> constexpr int32_t stp_count(const T* data, C count) {
+    return data != nullptr && count > 0 ? static_cast<int32_t>(count) : 0;
+}
