@@ -11,8 +11,11 @@ STPMessage::STPMessage() : STPStream(kOutgoingCapacity) {
     seek(STP_HEADER_SIZE);
 }
 
-STPMessage::STPMessage(const char* packet, int32_t headerSizeIn, int32_t dataSizeIn) {
-    assign(packet, headerSizeIn + dataSizeIn);
+// The stream is made at the packet's size and filled in one copy: no growth, and no zeroing
+// beyond what fresh memory costs anyway.
+STPMessage::STPMessage(const char* packet, int32_t headerSizeIn, int32_t dataSizeIn)
+    : STPStream(headerSizeIn + dataSizeIn) {
+    putRaw(packet, headerSizeIn + dataSizeIn);
     uint32_t words[STP_HEADER_WORDS] = {};
     int count = std::min(headerSizeIn / 4, STP_HEADER_WORDS);
     for (int i = 0; i < count; ++i)

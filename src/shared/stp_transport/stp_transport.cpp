@@ -592,13 +592,7 @@ void STPTransport::handleRead() {
             int32_t newCapacity =
                 clampCapacity(int64_t{readInitialCapacity} + 2 * int64_t{readLength});
             GEN_ASSERT(newCapacity >= readInitialCapacity);
-            char* fresh = allocBuffer(newCapacity);
-            if (readLength > 0)
-                std::memcpy(fresh, readBuffer + readOffset, readLength);
-            gen_free(readBuffer);
-            readBuffer = fresh;
-            readCapacity = newCapacity;
-            readOffset = 0;
+            moveReadBytes(newCapacity);
         }
         size_t room = static_cast<size_t>(readCapacity - readLength - readOffset);
         long got = plat_recv(fd, readBuffer + readOffset + readLength, room);
@@ -620,20 +614,23 @@ void STPTransport::handleRead() {
     pumpMessages();
 }
 
+void STPTransport::moveReadBytes(int32_t newCapacity) {
+    char* fresh = allocBuffer(newCapacity);
+    if (readLength > 0)
+        std::memcpy(fresh, readBuffer + readOffset, readLength);
+    gen_free(readBuffer);
+    readBuffer = fresh;
+    readCapacity = newCapacity;
+    readOffset = 0;
+}
+
 bool STPTransport::pullInProcess() {
     if (peerWriteLength == nullptr || *peerWriteLength == 0)
         return false;
     int32_t incoming = *peerWriteLength;
     if (int64_t{readCapacity} < int64_t{readOffset} + readLength + incoming) {
-        int32_t newCapacity =
-            clampCapacity(int64_t{readInitialCapacity} + incoming + 2 * int64_t{readLength});
-        char* fresh = allocBuffer(newCapacity);
-        if (readLength > 0)
-            std::memcpy(fresh, readBuffer + readOffset, readLength);
-        gen_free(readBuffer);
-        readBuffer = fresh;
-        readCapacity = newCapacity;
-        readOffset = 0;
+        moveReadBytes(
+            clampCapacity(int64_t{readInitialCapacity} + incoming + 2 * int64_t{readLength}));
     }
     std::memcpy(readBuffer + readOffset + readLength, *peerWriteBuffer + *peerWriteOffset,
                 incoming);
@@ -672,6 +669,11 @@ void STPTransport::pumpMessages() {
             return;
         }
         if (size > readLength) {
+            // A packet announced larger than the buffer can take makes it grow once to hold
+            // it, instead of in many geometric steps that each copy what is in hand: the bytes
+            // then arrive in as few reads and copies as the socket allows.
+            if (!inProcess && size > int64_t{readCapacity} - readOffset - kReadHeadroom)
+                moveReadBytes(clampCapacity(int64_t{readInitialCapacity} + size));
             readShort = true;
             break;
         }

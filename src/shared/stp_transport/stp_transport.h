@@ -281,6 +281,8 @@ private:
     // Queues a body-less packet (a sync or channel operation) with the next serial.
     void queueControlPacket(uint32_t localRN, uint32_t remoteRN, int32_t kind, int32_t tag);
     bool pullInProcess();
+    // Moves the live read bytes to the start of a new buffer of `newCapacity` bytes.
+    void moveReadBytes(int32_t newCapacity);
     void offerHeldBack();
     void appendHeldBack(STPMessage* message);
     void receiveChannelPacket(const STPMessage* message);
