@@ -139,24 +139,51 @@ STPMessage* STPTransport::newReply(uint32_t localRN, uint32_t remoteRN, uint32_t
 // ---- Sending
 // --------------------------------------------------------------------------------------
 
-uint32_t STPTransport::enqueueMessage(STPMessage* message, STPStatus* out) {
+uint32_t STPTransport::prepareMessage(STPMessage* message) {
     if (message == nullptr || message->kind == 0) {
         fail(STP_ERR_USAGE, "[enqueueMessage]: invalid message header");
-        finish(out);
         return 0;
     }
     message->serial = nextSerial();
     message->close();
-    queueBytes(message->packetData(), message->packetSize());
     lastKind = message->kind;
     lastTag = message->tag;
     lastMessageValid = true;
     return message->serial;
 }
 
+uint32_t STPTransport::enqueueMessage(STPMessage* message, STPStatus* out) {
+    uint32_t serial = prepareMessage(message);
+    if (serial == 0) {
+        finish(out);
+        return 0;
+    }
+    queueBytes(message->packetData(), message->packetSize());
+    return serial;
+}
+
+bool STPTransport::writeMessage(STPMessage* message) {
+    const char* data = message->packetData();
+    int32_t size = message->packetSize();
+    // Bytes already queued go first; the message joins them.
+    if (!bound || writeLength > 0) {
+        queueBytes(data, size);
+        handleWrite();
+        return status.ok();
+    }
+    // The same single send of at most 1 MiB that handleWrite makes, without first copying the
+    // packet into the write buffer; only what the socket did not take is queued.
+    long sent = sendChunk(data, size);
+    if (sent < 0)
+        return false;
+    if (sent < size)
+        queueBytes(data + sent, size - static_cast<int32_t>(sent));
+    return true;
+}
+
 uint32_t STPTransport::sendMessage(STPMessage* message, RetryHandler* retry, STPStatus* out) {
     status.clear();
-    uint32_t serial = enqueueMessage(message);
+    uint32_t serial = prepareMessage(message);
     if (serial == 0) {
         finish(out);
         return 0;
@@ -164,11 +191,15 @@ uint32_t STPTransport::sendMessage(STPMessage* message, RetryHandler* retry, STP
     STPTransportRef hold(this);
     raiseDepth();
     pushStamp(message->origin, message->depth, message->flags);
-    if (inProcess && peerNotify) {
-        peerNotify(peerNotifyArg);
-    } else {
+    if (inProcess) {
+        queueBytes(message->packetData(), message->packetSize());
+        if (peerNotify)
+            peerNotify(peerNotifyArg);
+    }
+    if (!inProcess || !peerNotify) {
         WriteBarrierScope barrier;
-        handleWrite();
+        if (!inProcess)
+            writeMessage(message);
         if (!status.ok()) {
             serial = 0;
         } else if (hasWriteBytes()) {
@@ -203,20 +234,26 @@ uint32_t STPTransport::sendMessage(STPMessage* message, RetryHandler* retry, STP
 
 uint32_t STPTransport::sendWithAttempts(STPMessage* message, int attempts, STPStatus* out) {
     status.clear();
-    uint32_t serial = enqueueMessage(message);
+    uint32_t serial = prepareMessage(message);
     if (serial == 0) {
         finish(out);
         return 0;
     }
-    if (inProcess && peerNotify) {
-        STPTransportRef hold(this);
-        peerNotify(peerNotifyArg);
+    if (inProcess) {
+        queueBytes(message->packetData(), message->packetSize());
+        if (peerNotify) {
+            STPTransportRef hold(this);
+            peerNotify(peerNotifyArg);
+        }
+    } else if (attempts < 1) {
+        queueBytes(message->packetData(), message->packetSize());
     } else {
         WriteBarrierScope barrier;
-        for (int i = 0; i < attempts && status.ok(); ++i) {
-            handleWrite();
+        writeMessage(message);
+        for (int i = 1; i < attempts && status.ok(); ++i) {
             if (!hasWriteBytes())
                 break;
+            handleWrite();
         }
     }
     finish(out);

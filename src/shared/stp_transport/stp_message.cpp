@@ -16,6 +16,19 @@ STPMessage::STPMessage() : STPStream(kOutgoingCapacity) {
 STPMessage::STPMessage(const char* packet, int32_t headerSizeIn, int32_t dataSizeIn)
     : STPStream(headerSizeIn + dataSizeIn) {
     putRaw(packet, headerSizeIn + dataSizeIn);
+    readHeader(packet, headerSizeIn, dataSizeIn);
+}
+
+STPMessage::STPMessage(char* buffer, int32_t bufferCapacity, int32_t headerSizeIn,
+                       int32_t dataSizeIn, AdoptBuffer) {
+    base = buffer;
+    capacity = bufferCapacity;
+    length = headerSizeIn + dataSizeIn;
+    owned = true;
+    readHeader(buffer, headerSizeIn, dataSizeIn);
+}
+
+void STPMessage::readHeader(const char* packet, int32_t headerSizeIn, int32_t dataSizeIn) {
     uint32_t words[STP_HEADER_WORDS] = {};
     int count = std::min(headerSizeIn / 4, STP_HEADER_WORDS);
     for (int i = 0; i < count; ++i)

@@ -20,6 +20,12 @@ public:
     // header words it does not carry read as 0. The read cursor stands at `headerSize`.
     STPMessage(const char* packet, int32_t headerSize, int32_t dataSize);
 
+    // An incoming message that takes over `buffer` (from gen_alloc or gen_realloc, of
+    // `bufferCapacity` bytes), which holds the packet at its start; no copy is made.
+    enum AdoptBuffer { adoptBuffer };
+    STPMessage(char* buffer, int32_t bufferCapacity, int32_t headerSize, int32_t dataSize,
+               AdoptBuffer);
+
     // Ends the body with one zero word at the next 4-byte boundary (once, however often it is
     // called), sets `dataSize` and writes the eleven header words at the start of the stream.
     void close();
@@ -45,5 +51,6 @@ public:
     uint32_t heldBackWalk = 0;
 
 private:
+    void readHeader(const char* packet, int32_t headerSize, int32_t dataSize);
     int32_t closedSize = 0;
 };

@@ -196,7 +196,7 @@ void STPTransport::freeBuffers() {
 }
 
 // ---- Static socket helpers
-// ------------------------------------------------------------------------
+// -------------------------------------------------------------------------
 
 plat_socket STPTransport::connectToServer(const char* host, uint16_t port, STPStatus* out) {
     uint32_t address = plat_inet_addr(host);
@@ -294,7 +294,7 @@ void STPTransport::closeSocket(plat_socket socket) {
 }
 
 // ---- Connection set-up
-// ----------------------------------------------------------------------------
+// -----------------------------------------------------------------------------
 
 bool STPTransport::connect(const char* host, uint16_t port, STPStatus* out) {
     status.clear();
@@ -461,7 +461,7 @@ bool STPTransport::bindAndService(plat_socket socket, STPStatus* out) {
 }
 
 // ---- Queries
-// ----------------------------------------------------------------------------------------
+// ---------------------------------------------------------------------------------------
 
 plat_socket STPTransport::getFD() const {
     if (bound)
@@ -541,24 +541,32 @@ void STPTransport::queueBytes(const char* data, int32_t size) {
     writeLength += padded;
 }
 
-void STPTransport::handleWrite() {
-    if (!bound || writeLength <= 0 || inProcess)
-        return;
-    size_t chunk = static_cast<size_t>(std::min(writeLength, STP_MAX_SEND_SIZE));
-    long sent = plat_send(fd, writeBuffer + writeOffset, chunk);
+long STPTransport::sendChunk(const char* data, int32_t size) {
+    size_t chunk = static_cast<size_t>(std::min(size, STP_MAX_SEND_SIZE));
+    long sent = plat_send(fd, data, chunk);
     if (sent < 0) {
         int error = plat_last_wsa_error();
         if (error == PLAT_WSAEWOULDBLOCK)
-            return;
+            return 0;
         closeConnection();
         fail(STP_ERR_NETWORK, handleWriteText(error));
-        return;
+        return -1;
     }
     if (sent == 0) {
         closeConnection();
         fail(STP_ERR_PEER_CLOSED, "[handleWrite]: peer has closed connection");
-        return;
+        return -1;
     }
+    status.clear();
+    return sent;
+}
+
+void STPTransport::handleWrite() {
+    if (!bound || writeLength <= 0 || inProcess)
+        return;
+    long sent = sendChunk(writeBuffer + writeOffset, writeLength);
+    if (sent <= 0)
+        return;
     if (sent < writeLength) {
         writeOffset += static_cast<int32_t>(sent);
         writeLength -= static_cast<int32_t>(sent);
@@ -570,7 +578,6 @@ void STPTransport::handleWrite() {
             writeBuffer = allocBuffer(writeCapacity);
         }
     }
-    status.clear();
 }
 
 // ---- Reading
@@ -692,9 +699,22 @@ void STPTransport::pumpMessages() {
                 continue;
             }
         }
-        STPMessage* message = new STPMessage(at, headerSize, dataSize);
-        readOffset += consumed;
-        readLength -= consumed;
+        STPMessage* message;
+        if (readOffset == 0 && consumed == readLength &&
+            readCapacity > kReadShrinkFactor * readInitialCapacity) {
+            // The packet is all the buffer holds, and the buffer would be dropped once drained:
+            // the message takes it over instead of a copy, and reading goes on in a fresh
+            // buffer of the initial size, as it would after the drain.
+            message = new STPMessage(readBuffer, readCapacity, headerSize, dataSize,
+                                     STPMessage::adoptBuffer);
+            readCapacity = readInitialCapacity;
+            readBuffer = allocBuffer(readCapacity);
+            readOffset = readLength = 0;
+        } else {
+            message = new STPMessage(at, headerSize, dataSize);
+            readOffset += consumed;
+            readLength -= consumed;
+        }
         readSkip = padded - consumed;
         // The handler may read, close or reset this transport: state is re-read afterwards.
         dispatchMessage(message);
@@ -711,7 +731,7 @@ void STPTransport::pumpMessages() {
 }
 
 // ---- Servicing
-// ---------------------------------------------------------------------------------------
+// -------------------------------------------------------------------------------------
 
 void STPTransport::serviceOnce(int32_t timeoutMs, STPStatus* out) {
     status.clear();
@@ -821,7 +841,7 @@ void STPTransport::serviceFirst(int32_t timeoutMs, const std::vector<STPTranspor
 }
 
 // ---- Sync
-// ----------------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------------------
 
 uint32_t STPTransport::nextSerial() {
     if (++lastSerial == 0)
@@ -885,7 +905,7 @@ bool STPTransport::awaitSync(uint32_t localRN, uint32_t remoteRN, RetryHandler* 
 }
 
 // ---- Registry
-// -------------------------------------------------------------------------------------------
+// --------------------------------------------------------------------------------------
 
 STPTransport* STPTransport::findById(uint32_t id) {
     if (id != 0 && id == g_cachedId)
@@ -925,7 +945,7 @@ size_t STPTransport::transportCount() {
 }
 
 // ---- In-process links
-// ------------------------------------------------------------------------------------
+// ------------------------------------------------------------------------------
 
 bool STPTransport::createPair(STPTransport** a, STPTransport** b) {
     if (a == nullptr || b == nullptr)

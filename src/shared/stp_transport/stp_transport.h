@@ -276,6 +276,15 @@ private:
     void freeBuffers();
     // Appends `size` bytes at `data`, padded with zeros to a multiple of 4, to the write buffer.
     void queueBytes(const char* data, int32_t size);
+    // One send of at most 1 MiB from `data`: the bytes taken, 0 when the socket would block,
+    // -1 after a failure (the connection is then closed and the status says why).
+    long sendChunk(const char* data, int32_t size);
+    // Gives the message its serial and closes it (the first half of enqueueMessage); 0 for a
+    // message that cannot be sent.
+    uint32_t prepareMessage(STPMessage* message);
+    // sendMessage's first write: straight from the message when nothing else waits to go out,
+    // queuing only what the socket did not take. False if the write failed.
+    bool writeMessage(STPMessage* message);
     // The next serial: never 0.
     uint32_t nextSerial();
     // Queues a body-less packet (a sync or channel operation) with the next serial.

@@ -330,33 +330,49 @@ TEST(StpFraming, PeerVanishingMidPacketClosesOnlyThatConnection) {
 TEST(StpBuffers, ReadBufferFallsBackOnlyAboveTenTimesItsSize) {
     RawPeer peer;
     ASSERT_TRUE(peer.open());
+    STPTransport* t = peer.transport.get();
     RecordingListener listener;
-    peer.transport->addListener(1, 2, &listener, KIND_BINARY);
-    int32_t maxCapacity = 0;
-    listener.hook = [&](STPMessage*) {
-        maxCapacity = std::max(maxCapacity, peer.transport->getReadCapacity());
-        return true;
+    t->addListener(1, 2, &listener, KIND_BINARY);
+    // The header comes first and makes the buffer grow; the body follows.
+    auto deliver = [&](const RawPacket& packet, int32_t* grownTo) {
+        std::string bytes = packet.bytes();
+        size_t before = listener.seen.size();
+        ASSERT_TRUE(peer.feed(bytes.substr(0, STP_HEADER_SIZE)));
+        ASSERT_TRUE(serviceUntil({t}, [&] { return t->getReadLength() == STP_HEADER_SIZE; }));
+        *grownTo = t->getReadCapacity();
+        ASSERT_TRUE(peer.feed(bytes.substr(STP_HEADER_SIZE)));
+        ASSERT_TRUE(serviceUntil({t}, [&] { return listener.seen.size() == before + 1; }));
+        EXPECT_EQ(listener.seen.back().body, packet.body);
+        EXPECT_EQ(t->getReadLength(), 0);
     };
 
-    // 150000 bytes grow the buffer to less than 327680: it stays grown.
+    // 150000 bytes grow the buffer, but not past 327680: it stays grown.
     RawPacket medium;
     medium.body = bodyOf(150000, 'm');
-    ASSERT_TRUE(peer.feed(medium.bytes()));
-    ASSERT_TRUE(serviceUntil({peer.transport.get()}, [&] { return listener.seen.size() == 1; }));
-    EXPECT_EQ(listener.seen[0].body, medium.body);
-    EXPECT_GT(peer.transport->getReadCapacity(), STP_DEFAULT_BUFFER_SIZE);
-    EXPECT_LE(peer.transport->getReadCapacity(), 10 * STP_DEFAULT_BUFFER_SIZE);
+    int32_t grown = 0;
+    deliver(medium, &grown);
+    EXPECT_GT(grown, 150000);
+    EXPECT_LE(grown, 10 * STP_DEFAULT_BUFFER_SIZE);
+    EXPECT_EQ(t->getReadCapacity(), grown);
 
     // 400000 bytes take it past 327680: once drained it is back at 32768.
     RawPacket large;
     large.serial = 3;
     large.body = bodyOf(400000, 'L');
-    ASSERT_TRUE(peer.feed(large.bytes()));
-    ASSERT_TRUE(serviceUntil({peer.transport.get()}, [&] { return listener.seen.size() == 2; }));
-    EXPECT_EQ(listener.seen[1].body, large.body);
-    EXPECT_GT(maxCapacity, 10 * STP_DEFAULT_BUFFER_SIZE);
-    EXPECT_EQ(peer.transport->getReadCapacity(), STP_DEFAULT_BUFFER_SIZE);
-    EXPECT_EQ(peer.transport->getReadLength(), 0);
+    deliver(large, &grown);
+    EXPECT_GT(grown, 10 * STP_DEFAULT_BUFFER_SIZE);
+    EXPECT_EQ(t->getReadCapacity(), STP_DEFAULT_BUFFER_SIZE);
+
+    // Two packets in hand at once: the first is copied out, the buffer keeps the second.
+    RawPacket first, second;
+    first.body = bodyOf(400000, 'f');
+    second.serial = 4;
+    second.body = "tail";
+    ASSERT_TRUE(peer.feed(first.bytes() + second.bytes()));
+    ASSERT_TRUE(serviceUntil({t}, [&] { return listener.seen.size() == 4; }));
+    EXPECT_EQ(listener.seen[2].body, first.body);
+    EXPECT_EQ(listener.seen[3].body, "tail");
+    EXPECT_EQ(t->getReadCapacity(), STP_DEFAULT_BUFFER_SIZE);
 }
 
 TEST(StpBuffers, ThreeMiBQueueGoesOutInAtLeastThreeSends) {
