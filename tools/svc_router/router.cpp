@@ -1,0 +1,293 @@
+// The router: plug-ins, route numbers, services, virtual connections and the relay.
+#include "router.h"
+
+#include "plat_time.h"
+#include "plugin_connection.h"
+#include "stp_log.h"
+
+#include <cstdarg>
+#include <vector>
+
+namespace {
+const char* text(const char* s) {
+    return s ? s : "";
+}
+// The host told in LocationEvent: this router listens on the loopback address only.
+constexpr const char* kRouterHost = "127.0.0.1";
+} // namespace
+
+Router::Router(STPLog* log) : log(log) {}
+
+Router::~Router() {
+    for (auto& [id, plugin] : plugins)
+        plugin->release();
+    plugins.clear();
+}
+
+uint32_t Router::adopt(STPTransport* transport, const char* origin) {
+    uint32_t id = nextPluginId++;
+    transport->setForwarder(this);
+    PluginConnection* plugin = new PluginConnection(this, id, transport);
+    transport->unref(); // the connection holds its own reference now
+    plugins[id] = plugin;
+    served = true;
+    logEvent("plug-in %u connected (%s)", id, text(origin));
+    return id;
+}
+
+PluginConnection* Router::find(uint32_t pluginId) const {
+    auto it = plugins.find(pluginId);
+    if (it == plugins.end() || it->second->isGone())
+        return nullptr;
+    return it->second;
+}
+
+STPTransport* Router::forwardTarget(uint32_t remoteRN) {
+    uint32_t owner = routeNumbers.ownerOf(remoteRN);
+    if (owner == kNoPlugin)
+        return nullptr; // 1 (the router itself), or a number nobody holds: handled here
+    PluginConnection* target = find(owner);
+    return target ? target->getTransport() : nullptr;
+}
+
+void Router::logEvent(const char* format, ...) {
+    if (log == nullptr)
+        return;
+    log->beginRecord(nullptr, false);
+    va_list args;
+    va_start(args, format);
+    log->vprintf(format, args);
+    va_end(args);
+    log->print("\n");
+    log->endRecord(nullptr, false);
+}
+
+void Router::flushWrites() {
+    for (auto& [id, plugin] : plugins) {
+        STPTransport* transport = plugin->getTransport();
+        if (transport && transport->hasPendingWrite())
+            transport->handleWrite();
+    }
+}
+
+void Router::sweep() {
+    flushWrites();
+    int32_t now = plat_tick_count();
+    std::vector<PluginConnection*> gone;
+    for (auto& [id, plugin] : plugins) {
+        STPTransport* transport = plugin->getTransport();
+        if (!plugin->isGone() && plugin->wantsClose() && !transport->hasWriteBytes()) {
+            logEvent("plug-in %u: closing its connection as it asked", id);
+            plugin->close();
+        } else if (!plugin->isGone() && !plugin->hasNegotiated() &&
+                   plat_tick_diff(now, plugin->getStartTick()) > kNegotiateDeadlineMs) {
+            logEvent("plug-in %u: no negotiation within %d ms, closing", id, kNegotiateDeadlineMs);
+            plugin->close();
+        }
+        if (plugin->isGone())
+            gone.push_back(plugin);
+    }
+    for (PluginConnection* plugin : gone)
+        pluginGone(plugin);
+    if (!gone.empty())
+        flushWrites();
+}
+
+void Router::pluginGone(PluginConnection* plugin) {
+    uint32_t id = plugin->getPluginId();
+    const STPStatus& status = plugin->getTransport()->getStatus();
+    logEvent("plug-in %u has gone%s%s", id, status.message && *status.message ? ": " : "",
+             text(status.message));
+    plugins.erase(id);
+    for (const VirtualConnection& c : connections.takeAllOf(id)) {
+        if (c.clientPlugin == id && c.providerPlugin == id)
+            continue;
+        if (!c.accepted) {
+            if (c.clientPlugin != id) { // the provider went before it answered
+                routeNumbers.release(c.clientRN, c.clientPlugin);
+                refuse(c);
+            }
+            continue; // a provider that accepts later is told then that the client went
+        }
+        bool clientGone = c.clientPlugin == id;
+        PluginConnection* other = find(clientGone ? c.providerPlugin : c.clientPlugin);
+        if (other == nullptr)
+            continue;
+        logEvent("connection %u-%u of \"%s\" dropped: plug-in %u has gone", c.serviceRN, c.clientRN,
+                 c.serviceName.c_str(), id);
+        if (clientGone)
+            other->ConnectionDroppedEvent(false, c.serviceRN, c.clientRN);
+        else
+            other->ConnectionDroppedEvent(false, c.clientRN, c.serviceRN);
+    }
+    size_t services = registry.removeAllOf(id);
+    size_t numbers = routeNumbers.releaseAll(id);
+    logEvent("plug-in %u: %zu services and %zu route numbers released", id, services, numbers);
+    plugin->release();
+}
+
+void Router::registerServices(PluginConnection* from, const StringList& names) {
+    uint32_t id = from->getPluginId();
+    if (!from->hasSentPluginId()) {
+        from->PluginId(false, id);
+        from->markPluginIdSent();
+    }
+    int32_t count = stp_count(names.data, names.count);
+    if (count == 0)
+        return;
+    // The plug-in pairs the numbers of a block with the names it registered, in order.
+    std::vector<uint32_t> block = routeNumbers.reserve(id, static_cast<uint32_t>(count));
+    if (block.empty()) {
+        logEvent("plug-in %u: no route numbers left for %d services", id, count);
+        return;
+    }
+    for (int32_t i = 0; i < count; ++i) {
+        registry.add(text(names.data[i]), id, block[i]);
+        logEvent("plug-in %u offers \"%s\" as %u", id, text(names.data[i]), block[i]);
+    }
+    RNList list{static_cast<int32_t>(block.size()), block.data()};
+    from->RNBlockReservedEvent(false, list);
+}
+
+void Router::unregisterService(PluginConnection* from, uint32_t serviceRN) {
+    const RegisteredService* service = registry.findByRN(serviceRN);
+    std::string name = service ? service->name : "";
+    if (registry.removeByRN(serviceRN, from->getPluginId()))
+        logEvent("plug-in %u withdraws \"%s\" (%u)", from->getPluginId(), name.c_str(), serviceRN);
+}
+
+void Router::reserveBlock(PluginConnection* from, uint32_t count) {
+    std::vector<uint32_t> block = routeNumbers.reserve(from->getPluginId(), count);
+    logEvent("plug-in %u reserves %u route numbers: %zu given", from->getPluginId(), count,
+             block.size());
+    RNList list{static_cast<int32_t>(block.size()), block.data()};
+    from->RNBlockReservedEvent(false, list);
+}
+
+void Router::releaseRN(PluginConnection* from, uint32_t rn) {
+    // A number another plug-in holds, or one already released, changes nothing.
+    routeNumbers.release(rn, from->getPluginId());
+}
+
+void Router::requestConnection(PluginConnection* from, const char* serviceName,
+                               uint32_t providingPluginId, const StringList& nameValuePairs,
+                               uint32_t clientCookie) {
+    const RegisteredService* service = registry.find(text(serviceName), providingPluginId);
+    PluginConnection* provider = service ? find(service->pluginId) : nullptr;
+    std::vector<uint32_t> rn;
+    if (provider)
+        rn = routeNumbers.reserve(from->getPluginId(), 1);
+    if (rn.empty()) {
+        logEvent("plug-in %u: no service \"%s\"", from->getPluginId(), text(serviceName));
+        from->ConnectionReplyEvent(false, serviceName, 0, false, false, false, 0, kNoPlugin,
+                                   nullptr, clientCookie);
+        return;
+    }
+    VirtualConnection c;
+    c.clientPlugin = from->getPluginId();
+    c.clientRN = rn[0];
+    c.providerPlugin = service->pluginId;
+    c.serviceRN = service->serviceRN;
+    c.serviceName = text(serviceName);
+    c.clientCookie = clientCookie;
+    connections.add(c);
+    logEvent("connection %u-%u: plug-in %u asks plug-in %u for \"%s\"", c.serviceRN, c.clientRN,
+             c.clientPlugin, c.providerPlugin, c.serviceName.c_str());
+    provider->ConnectionRequestedEvent(false, c.clientPlugin, c.serviceRN, c.clientRN,
+                                       nameValuePairs);
+}
+
+void Router::refuse(const VirtualConnection& c) {
+    PluginConnection* client = find(c.clientPlugin);
+    if (client == nullptr)
+        return;
+    client->ConnectionReplyEvent(false, c.serviceName.c_str(), 0, true, false, false, c.serviceRN,
+                                 c.providerPlugin, nullptr, c.clientCookie);
+}
+
+void Router::connectionAccepted(PluginConnection* from, uint32_t serviceRN, uint32_t clientRN,
+                                bool accept) {
+    VirtualConnection* c = connections.find(serviceRN, clientRN);
+    if (c != nullptr && c->accepted) {
+        logEvent("connection %u-%u: second answer ignored", serviceRN, clientRN);
+        return;
+    }
+    if (c == nullptr || c->providerPlugin != from->getPluginId()) {
+        // The client went before the answer came: a provider that took the connection is told
+        // at once that it has ended.
+        logEvent("connection %u-%u: answer %s for no request", serviceRN, clientRN,
+                 accept ? "accept" : "refuse");
+        if (accept)
+            from->ConnectionDroppedEvent(false, serviceRN, clientRN);
+        return;
+    }
+    logEvent("connection %u-%u of \"%s\" %s", serviceRN, clientRN, c->serviceName.c_str(),
+             accept ? "accepted" : "refused");
+    if (!accept) {
+        VirtualConnection refused = *c;
+        connections.remove(serviceRN, clientRN);
+        routeNumbers.release(refused.clientRN, refused.clientPlugin);
+        refuse(refused);
+        return;
+    }
+    c->accepted = true;
+    PluginConnection* client = find(c->clientPlugin);
+    if (client == nullptr)
+        return; // the client's end is cleaned up, and the provider told, in the sweep
+    client->ConnectionReplyEvent(false, c->serviceName.c_str(), c->clientRN, true, false, true,
+                                 c->serviceRN, c->providerPlugin, nullptr, c->clientCookie);
+}
+
+void Router::dropConnection(PluginConnection* from, uint32_t localRN, uint32_t remoteRN) {
+    uint32_t id = from->getPluginId();
+    VirtualConnection* found = connections.findFromEnd(id, localRN, remoteRN);
+    if (found == nullptr) {
+        logEvent("plug-in %u drops unknown connection %u-%u", id, localRN, remoteRN);
+        return;
+    }
+    VirtualConnection c = *found;
+    connections.remove(c.serviceRN, c.clientRN);
+    logEvent("connection %u-%u of \"%s\" dropped by plug-in %u", c.serviceRN, c.clientRN,
+             c.serviceName.c_str(), id);
+    // Both ends hear of it; the end that dropped it no longer knows the pair and ignores it.
+    if (PluginConnection* provider = find(c.providerPlugin))
+        provider->ConnectionDroppedEvent(false, c.serviceRN, c.clientRN);
+    if (PluginConnection* client = find(c.clientPlugin))
+        client->ConnectionDroppedEvent(false, c.clientRN, c.serviceRN);
+}
+
+void Router::countServices(uint32_t* numPersistent, uint32_t* numTotal) const {
+    std::vector<uint32_t> persistent;
+    for (auto& [id, plugin] : plugins)
+        if (plugin->isPersistent())
+            persistent.push_back(id);
+    *numPersistent = static_cast<uint32_t>(registry.countOf(persistent));
+    *numTotal = static_cast<uint32_t>(registry.size());
+}
+
+void Router::requestLocation(PluginConnection* from) {
+    from->LocationEvent(false, kRouterHost, listenPort);
+}
+
+void Router::requestValue(PluginConnection* from, uint32_t pluginId, const char* name) {
+    PluginConnection* target = find(pluginId);
+    if (target == nullptr) {
+        // Nobody to ask: the asker gets an absent value rather than waiting for ever.
+        from->ValueOfNameOnPluginEvent(false, pluginId, name, nullptr);
+        return;
+    }
+    target->ForwardedRequestValueOfNameOnPlugin(false, from->getPluginId(), pluginId, name);
+}
+
+void Router::answerValue(PluginConnection* from, uint32_t requestingPluginId, const char* name,
+                         const char* value) {
+    if (PluginConnection* asker = find(requestingPluginId))
+        asker->ValueOfNameOnPluginEvent(false, from->getPluginId(), name, value);
+}
+
+void Router::requestPluginIdForService(PluginConnection* from, uint32_t cookie,
+                                       const char* serviceName) {
+    const RegisteredService* service = registry.find(text(serviceName), kNoPlugin);
+    from->PluginIdForServiceReplyEvent(false, cookie, serviceName,
+                                       service ? service->pluginId : kNoPlugin, service != nullptr);
+}
