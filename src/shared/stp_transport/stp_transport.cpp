@@ -93,7 +93,7 @@ void copyOut(STPStatus* out, const STPStatus& value) {
 ResponseListener::~ResponseListener() = default;
 STPForwarder::~STPForwarder() = default;
 
-// ---- Life ---------------------------------------------------------------------------------------
+// ---- Life
 
 STPTransport::STPTransport(int32_t initialCapacity)
     : writeInitialCapacity(initialCapacity), readInitialCapacity(initialCapacity) {
