@@ -16,6 +16,11 @@ struct OptionCase {
     bool expected;
 };
 
+// Names cases by their number, so that test listings stay readable.
+std::string caseName(const testing::TestParamInfo<OptionCase>& info) {
+    return "line" + std::to_string(info.index);
+}
+
 class RouterConnectOption : public testing::TestWithParam<OptionCase> {};
 
 TEST_P(RouterConnectOption, FindsAConnectOptionWithAValueBehindIt) {
@@ -39,7 +44,8 @@ INSTANTIATE_TEST_SUITE_P(
                     OptionCase{{"cvsservice", "-sr_zone", "z", "-sr_new"}, false},
                     OptionCase{{"cvsservice", "-CONNECT_SERVICEROUTER", "1"}, false},
                     // argv[0] counts for this test; the option parser itself starts at 1.
-                    OptionCase{{"-connect_servicerouter", "1"}, true}));
+                    OptionCase{{"-connect_servicerouter", "1"}, true}),
+    caseName);
 
 const std::string kStandalone = "The cvsservice may not be run as a standalone program.\n";
 
