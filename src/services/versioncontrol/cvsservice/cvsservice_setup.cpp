@@ -1,7 +1,15 @@
-// Start-up steps that stand on layers still to come. Each says plainly what it does not do yet.
+// Start-up steps of cvsservice: the configuration and the two services.
 #include "cvsservice.h"
 
+#include "cvs_service_factories.h"
 #include "indgen.h"
+#include "servicerouter_proxy.h"
+
+namespace {
+// Made once, live to the end of the process, never deleted.
+CVS_VersionControl_ServiceFactory* g_versionControlFactory = nullptr;
+CVS_VC_CheckoutInfo_ServiceFactory* g_checkoutInfoFactory = nullptr;
+} // namespace
 
 bool loadDefaultConfig() {
     // No WhiteBoard client in this build: go on with the compiled defaults.
@@ -10,17 +18,14 @@ bool loadDefaultConfig() {
 }
 
 bool setupCVSServer() {
-    // The service factories and their registration arrive with the service-connection layer.
-    gen_error("no services to register: this build has no service factories yet");
-    return false;
+    g_versionControlFactory = new CVS_VersionControl_ServiceFactory();
+    g_checkoutInfoFactory = new CVS_VC_CheckoutInfo_ServiceFactory();
+    ServiceRouter_Proxy* proxy = ensureServiceRouterProxy();
+    proxy->registerService(g_versionControlFactory, nullptr);
+    proxy->registerService(g_checkoutInfoFactory, nullptr);
+    return true;
 }
-
-namespace {
-bool noServiceCreatedYet() {
-    return false;
-}
-} // namespace
 
 ExitConditionFunc serviceCreatedExitFunc() {
-    return noServiceCreatedYet;
+    return ServiceFactory::createdAService;
 }
