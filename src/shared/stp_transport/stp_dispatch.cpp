@@ -35,7 +35,6 @@ public:
 } // namespace
 
 // ---- Process-wide counters
-// ------------------------------------------------------------------------
 
 int32_t STPTransport::messageDepth() {
     return g_messageDepth;
@@ -81,7 +80,6 @@ MessageDepthGuard::~MessageDepthGuard() {
 }
 
 // ---- Stamps
-// ---------------------------------------------------------------------------------------
 
 void STPTransport::pushStamp(uint32_t origin, uint32_t depth, uint32_t flags) {
     STPStamp stamp;
@@ -102,7 +100,6 @@ STPStamp STPTransport::currentStamp() const {
 }
 
 // ---- Building
-// -------------------------------------------------------------------------------------
 
 STPMessage* STPTransport::newMessage(uint32_t localRN, uint32_t remoteRN, int32_t kind, int32_t tag,
                                      uint32_t flags) {
@@ -137,7 +134,6 @@ STPMessage* STPTransport::newReply(uint32_t localRN, uint32_t remoteRN, uint32_t
 }
 
 // ---- Sending
-// --------------------------------------------------------------------------------------
 
 uint32_t STPTransport::prepareMessage(STPMessage* message) {
     if (message == nullptr || message->kind == 0) {
@@ -261,7 +257,6 @@ uint32_t STPTransport::sendWithAttempts(STPMessage* message, int attempts, STPSt
 }
 
 // ---- Receiving
-// ------------------------------------------------------------------------------------
 
 STPMessage* STPTransport::takeResponse(uint32_t serial) {
     for (auto it = responseQueue.begin(); it != responseQueue.end(); ++it) {
@@ -452,7 +447,6 @@ void STPTransport::dispatchMessage(STPMessage* message) {
 }
 
 // ---- Channels
-// -------------------------------------------------------------------------------------
 
 STPChannel* STPTransport::findChannel(uint32_t localRN, uint32_t remoteRN) const {
     auto it = channels.find({localRN, remoteRN});

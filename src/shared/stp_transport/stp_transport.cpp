@@ -196,7 +196,6 @@ void STPTransport::freeBuffers() {
 }
 
 // ---- Static socket helpers
-// -------------------------------------------------------------------------
 
 plat_socket STPTransport::connectToServer(const char* host, uint16_t port, STPStatus* out) {
     uint32_t address = plat_inet_addr(host);
@@ -294,7 +293,6 @@ void STPTransport::closeSocket(plat_socket socket) {
 }
 
 // ---- Connection set-up
-// -----------------------------------------------------------------------------
 
 bool STPTransport::connect(const char* host, uint16_t port, STPStatus* out) {
     status.clear();
@@ -461,7 +459,6 @@ bool STPTransport::bindAndService(plat_socket socket, STPStatus* out) {
 }
 
 // ---- Queries
-// ---------------------------------------------------------------------------------------
 
 plat_socket STPTransport::getFD() const {
     if (bound)
@@ -521,7 +518,6 @@ bool STPTransport::hasDispatchableWork() {
 }
 
 // ---- Writing
-// ---------------------------------------------------------------------------------------
 
 void STPTransport::queueBytes(const char* data, int32_t size) {
     int32_t padded = static_cast<int32_t>(stp_padded(size));
@@ -581,7 +577,6 @@ void STPTransport::handleWrite() {
 }
 
 // ---- Reading
-// ---------------------------------------------------------------------------------------
 
 void STPTransport::handleRead() {
     status.clear();
@@ -731,7 +726,6 @@ void STPTransport::pumpMessages() {
 }
 
 // ---- Servicing
-// -------------------------------------------------------------------------------------
 
 void STPTransport::serviceOnce(int32_t timeoutMs, STPStatus* out) {
     status.clear();
@@ -841,7 +835,6 @@ void STPTransport::serviceFirst(int32_t timeoutMs, const std::vector<STPTranspor
 }
 
 // ---- Sync
-// ------------------------------------------------------------------------------------------
 
 uint32_t STPTransport::nextSerial() {
     if (++lastSerial == 0)
@@ -905,7 +898,6 @@ bool STPTransport::awaitSync(uint32_t localRN, uint32_t remoteRN, RetryHandler* 
 }
 
 // ---- Registry
-// --------------------------------------------------------------------------------------
 
 STPTransport* STPTransport::findById(uint32_t id) {
     if (id != 0 && id == g_cachedId)
@@ -945,7 +937,6 @@ size_t STPTransport::transportCount() {
 }
 
 // ---- In-process links
-// ------------------------------------------------------------------------------
 
 bool STPTransport::createPair(STPTransport** a, STPTransport** b) {
     if (a == nullptr || b == nullptr)
