@@ -122,7 +122,9 @@ void Router::pluginGone(PluginConnection* plugin) {
     }
     size_t services = registry.removeAllOf(id);
     size_t numbers = routeNumbers.releaseAll(id);
-    logEvent("plug-in %u: %zu services and %zu route numbers released", id, services, numbers);
+    // The log's printf engine has no size_t conversion.
+    logEvent("plug-in %u: %u services and %u route numbers released", id,
+             static_cast<unsigned>(services), static_cast<unsigned>(numbers));
     plugin->release();
 }
 
@@ -158,8 +160,8 @@ void Router::unregisterService(PluginConnection* from, uint32_t serviceRN) {
 
 void Router::reserveBlock(PluginConnection* from, uint32_t count) {
     std::vector<uint32_t> block = routeNumbers.reserve(from->getPluginId(), count);
-    logEvent("plug-in %u reserves %u route numbers: %zu given", from->getPluginId(), count,
-             block.size());
+    logEvent("plug-in %u reserves %u route numbers: %u given", from->getPluginId(), count,
+             static_cast<unsigned>(block.size()));
     RNList list{static_cast<int32_t>(block.size()), block.data()};
     from->RNBlockReservedEvent(false, list);
 }
