@@ -146,6 +146,11 @@ bool TestPlugin::requestConnection(const std::string& serviceName,
     if (!RequestServiceConnection(false, serviceName.c_str(), providingPluginId, list.list, nullptr,
                                   false, cookie, false, false))
         return false;
+    return awaitReply(serviceName, cookie, timeoutMs, reply);
+}
+
+bool TestPlugin::awaitReply(const std::string& serviceName, uint32_t cookie, int32_t timeoutMs,
+                            ConnectionReply* reply) {
     auto match = [&](const ConnectionReply& r) {
         return r.clientCookie == cookie && r.serviceName == serviceName;
     };

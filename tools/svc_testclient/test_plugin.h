@@ -74,6 +74,9 @@ public:
     bool requestConnection(const std::string& serviceName, const std::vector<std::string>& pairs,
                            int32_t timeoutMs, ConnectionReply* reply,
                            uint32_t providingPluginId = 0xffffffffu);
+    // Waits for the reply to a RequestServiceConnection sent with `cookie`.
+    bool awaitReply(const std::string& serviceName, uint32_t cookie, int32_t timeoutMs,
+                    ConnectionReply* reply);
     // RequestValueOfNameOnPlugin and the wait for its answer.
     bool requestValue(uint32_t pluginId, const std::string& name, int32_t timeoutMs,
                       ValueReply* reply);
