@@ -162,3 +162,15 @@ void PumpingRetryHandler::wait() {
     if (step)
         step();
 }
+
+EmptySpec::EmptySpec(const char* protocol, const char* role, int* liveCount) : live(liveCount) {
+    setProtocol(protocol, role, "1", 0);
+    setTables(nullptr, 0, nullptr, 0, nullptr, 0);
+    if (live)
+        ++*live;
+}
+
+EmptySpec::~EmptySpec() {
+    if (live)
+        --*live;
+}

@@ -97,6 +97,21 @@ private:
     STPTransport* listening = nullptr;
 };
 
+// A spec class with empty tables: enough to stand at either end of a virtual connection and
+// negotiate. `live` (may be null) counts the objects alive.
+class EmptySpec : public STPSpecClass {
+public:
+    EmptySpec(const char* protocol, const char* role, int* live = nullptr);
+    uint32_t defaultLocalRN() override { return 1; }
+    uint32_t defaultRemoteRN() override { return 2; }
+
+protected:
+    ~EmptySpec() override;
+
+private:
+    int* live;
+};
+
 // A retry handler for waits of the code under test in this same thread: each wait turns the
 // given transports for a few milliseconds and runs `step`; it gives up after `timeoutMs`.
 class PumpingRetryHandler : public RetryHandler {
