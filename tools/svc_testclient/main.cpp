@@ -3,6 +3,7 @@
 // other end, drops the connection and asks the router to let it go.
 #include "indgen.h"
 #include "negotiation_probe.h"
+#include "stp_transport.h"
 #include "test_plugin.h"
 
 #include <cstdio>
@@ -104,6 +105,9 @@ int run(const ClientOptions& options) {
 
     NegotiationProbe* probe = new NegotiationProbe(options.protocol, options.role);
     probe->attachTransport(plugin->getTransport(), reply.localRN, reply.serviceRN);
+    // The server's tables may have come with the router's reply, before there was anybody to
+    // take them: they wait among the unclaimed messages.
+    plugin->getTransport()->redeliverUnclaimed(reply.serviceRN, reply.localRN, KIND_NEGOTIATE);
     STPStatus status;
     bool negotiated =
         probe->sendNegotiate(true, nullptr, &status) &&
