@@ -72,6 +72,11 @@ protected:
         router->unref();
     }
 
+    // Factories outlive the proxy, whose records may still hold their objects at TearDown.
+    EchoFactory& make(const char* name, int32_t limit = -1) {
+        factories.push_back(std::make_unique<EchoFactory>(name, limit));
+        return *factories.back();
+    }
     STPTransport* proxyTransport() { return proxy->STPSpecClass::getTransport(); }
     STPTransport* routerTransport() { return router->routerTransport(); }
     // Lets the proxy handle what the router sent.
@@ -106,13 +111,14 @@ protected:
     }
 
     static constexpr uint32_t kOwnId = 0x30001;
+    std::vector<std::unique_ptr<EchoFactory>> factories;
     FakeRouter* router = nullptr;
     ServiceRouter_Proxy* proxy = nullptr;
     std::unique_ptr<PumpingRetryHandler> handler;
 };
 
 TEST_F(Connections, ARegistrationWhileConnectedSendsOneName) {
-    EchoFactory factory("Echo.Svc");
+    EchoFactory& factory = make("Echo.Svc");
     EXPECT_TRUE(proxy->registerService(&factory, nullptr));
     EXPECT_TRUE(proxy->isConnectNow());
     ASSERT_TRUE(router->waitForRecords(1, 5000, {proxyTransport()}));
@@ -122,7 +128,9 @@ TEST_F(Connections, ARegistrationWhileConnectedSendsOneName) {
 }
 
 TEST_F(Connections, RouteNumbersGoToFactoriesInOrderAndTheRestIsKept) {
-    EchoFactory a("A"), b("B"), c("C");
+    EchoFactory& a = make("A");
+    EchoFactory& b = make("B");
+    EchoFactory& c = make("C");
     proxy->registerService(&a, nullptr);
     proxy->registerService(&b, nullptr);
     proxy->registerService(&c, nullptr);
@@ -142,7 +150,7 @@ TEST_F(Connections, RouteNumbersGoToFactoriesInOrderAndTheRestIsKept) {
 }
 
 TEST_F(Connections, AnUnknownServiceOrARefusingFactoryIsAnsweredWithNo) {
-    EchoFactory full("Full", 0);
+    EchoFactory& full = make("Full", 0);
     proxy->registerService(&full, nullptr);
     giveBlock({0x60});
     router->log.records.clear();
@@ -159,7 +167,7 @@ TEST_F(Connections, AnUnknownServiceOrARefusingFactoryIsAnsweredWithNo) {
 }
 
 TEST_F(Connections, AClientConnectionBecomesOneServerObjectNegotiatedInTheEventLoop) {
-    EchoFactory factory("Echo.Svc");
+    EchoFactory& factory = make("Echo.Svc");
     proxy->registerService(&factory, nullptr);
     giveBlock({0x70});
     router->log.records.clear();
@@ -219,7 +227,7 @@ TEST_F(Connections, AClientConnectionBecomesOneServerObjectNegotiatedInTheEventL
 }
 
 TEST_F(Connections, AConnectionThatDropsWhileNegotiatingEndsInTheNegotiator) {
-    EchoFactory factory("Echo.Svc");
+    EchoFactory& factory = make("Echo.Svc");
     proxy->registerService(&factory, nullptr);
     giveBlock({0x71});
     requestConnection(9, 0x71, 0x905, {});
@@ -235,7 +243,7 @@ TEST_F(Connections, AConnectionThatDropsWhileNegotiatingEndsInTheNegotiator) {
 }
 
 TEST_F(Connections, AClientInThisVeryProcessIsNegotiatedLocally) {
-    EchoFactory factory("Echo.Svc");
+    EchoFactory& factory = make("Echo.Svc");
     proxy->registerService(&factory, nullptr);
     giveBlock({0x72});
     requestConnection(kOwnId, 0x72, 0x906, {});
@@ -249,7 +257,7 @@ TEST_F(Connections, AClientInThisVeryProcessIsNegotiatedLocally) {
 }
 
 TEST_F(Connections, ClientValuesAreCachedPairByPairAndANewOneReplacesTheOld) {
-    EchoFactory factory("Echo.Svc");
+    EchoFactory& factory = make("Echo.Svc");
     proxy->registerService(&factory, nullptr);
     giveBlock({0x73});
     // An odd count leaves the last string out.
@@ -271,7 +279,7 @@ TEST_F(Connections, ClientValuesAreCachedPairByPairAndANewOneReplacesTheOld) {
 }
 
 TEST_F(Connections, AnUnknownDroppedPairIsIgnored) {
-    EchoFactory factory("Echo.Svc");
+    EchoFactory& factory = make("Echo.Svc");
     proxy->registerService(&factory, nullptr);
     giveBlock({0x74});
     requestConnection(9, 0x74, 0x909, {});

@@ -6,6 +6,7 @@
 #include "fake_router.h"
 #include "gen_path.h"
 #include "indgen.h"
+#include "plat_process.h"
 #include "service_factory.h"
 #include "stp_transport.h"
 
@@ -239,6 +240,7 @@ TEST_F(ProxyOverSocket, StartPluginRefusesShortCommandsAndReportsFailedLaunches)
     PlatProcess* child = proxy->getLaunchedPlugins()[0];
     EXPECT_EQ(proxy->getLaunchedPluginNames().at(child), "true");
     EXPECT_TRUE(waitForChildExit(child, "plugin true", true, 5000));
+    plat_close_process(child); // the proxy keeps the handle for shut-down, which never comes here
     EXPECT_STREQ(gen_getcwd(), gen_getcwd()); // still readable after the directory change
 }
 
