@@ -1081,7 +1081,7 @@ def emit_stub(model: Model, o: Out, m: Message) -> None:
     o()
     o.signature(f"bool {t.class_name}::{m.name}", params, " {")
     o.depth += 1
-    o(f"STPStubCall stp_call(this, {t.sent.index(m)}, retry, status);")
+    o(f"STPStubCall stp_call(this, {m.number}, retry, status);")
     for _, cpp, _ in model.members(outs):
         o(f"if ({cpp})")
         o(f"    *{cpp} = {{}};")
