@@ -124,6 +124,9 @@ void STPSpecClass::setTables(const STPMessageRow* handled, int32_t handledRows,
     handledTable = handled;
     handledCount = handledRows;
     sentTable.assign(sent, sent + sentRows);
+    // A sent row's spec string is the peer's, known only once requestFormats has run.
+    for (STPMessageRow& row : sentTable)
+        row.fmt = "";
     tagTable = tags;
     tagCount = tags ? tags_count : 0;
     tagMap.assign(static_cast<size_t>(tagCount), -1);
