@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 
@@ -218,6 +219,20 @@ TEST_F(BinaryConversationTest, LogLinesOfStubsAndDispatchers) {
                                 "RECV: Describe: owner:\"me\"\n"
                                 "REPLY: Describe: " +
                                     describe + "\n");
+}
+
+TEST_F(BinaryConversationTest, TimestampedLogRecords) {
+    FILE* file = std::tmpfile();
+    ASSERT_NE(file, nullptr);
+    TimestampedSTPFileLog log(file, true);
+    c.client->setLogs(&log);
+    uint32_t sum = 0;
+    ASSERT_TRUE(c.client->Add(2, 3, &sum));
+    c.client->setLogs(nullptr);
+    std::string text = readAll(file);
+    EXPECT_TRUE(std::regex_match(text, std::regex("[0-9]+\\.[0-9]{3}: SEND: Add: a:0x2, b:0x3\n"
+                                                  "[0-9]+\\.[0-9]{3}: RECV: Add: sum:0x5\n")))
+        << text;
 }
 
 TEST_F(BinaryConversationTest, SendFailedLineOnABrokenConnection) {

@@ -489,4 +489,50 @@ TEST(STPSpecClassReceiveTest, OneWayMessagesWantNoReply) {
     EXPECT_EQ(a.spec->getBusyCount(), 0);
 }
 
+// Notes its own destruction.
+class MortalClient : public AsciiClient {
+public:
+    MortalClient(bool* gone, int* ticks) : gone(gone), ticksSeen(ticks) {}
+    ~MortalClient() override { *gone = true; }
+    void Tick(int32_t) override { ++*ticksSeen; }
+    bool* gone;
+    int* ticksSeen;
+};
+
+TEST(STPSpecClassReceiveTest, HeldBackMessageKeepsItsObjectAlive) {
+    RawPeer peer;
+    ASSERT_TRUE(peer.open());
+    bool gone = false;
+    int ticks = 0;
+    MortalClient* spec = new MortalClient(&gone, &ticks);
+    spec->attachTransport(peer.transport.get());
+    {
+        // A wait of another call tree is in progress: an ordered message must wait for it.
+        MessageDepthGuard waiting(peer.transport.get());
+        RawPacket p;
+        p.localRN = 2;
+        p.remoteRN = 1;
+        p.kind = KIND_ASCII;
+        p.tag = 1;
+        p.flags = MSG_ONE_WAY | MSG_ORDERED;
+        p.origin = 0x00070009u;
+        p.body = std::string("Tick n:0x1 ") + std::string(5, '\0');
+        ASSERT_TRUE(peer.feed(p.bytes()));
+        ASSERT_TRUE(serviceUntil({peer.transport.get()},
+                                 [&] { return peer.transport->heldBackQueueSize() == 1; }));
+        EXPECT_EQ(spec->getHeldCount(), 1);
+        EXPECT_EQ(spec->getRefCount(), 2);
+        // Offered again while the wait lasts: still held, not counted twice.
+        peer.transport->pumpMessages();
+        EXPECT_EQ(spec->getHeldCount(), 1);
+        spec->unref();
+        EXPECT_FALSE(gone) << "the held-back message keeps the object";
+        EXPECT_EQ(ticks, 0);
+    }
+    peer.transport->pumpMessages();
+    EXPECT_EQ(ticks, 1);
+    EXPECT_TRUE(gone) << "handled at last, and the last reference went with it";
+    EXPECT_EQ(peer.transport->heldBackQueueSize(), 0u);
+}
+
 } // namespace
