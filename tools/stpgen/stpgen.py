@@ -4,7 +4,7 @@
 A table (a .stp file) names the protocol, this end's role, its body form and route numbers,
 the field tags (binary protocols), the messages this end handles and sends with their numbers,
 flags and spec strings, named record types and per-field C++ types. Every field is derived from
-the spec strings, so each message is described in one place only.
+their spec strings, so each message is described in one place only.
 
     stpgen.py [--root DIR] --out-dir DIR TABLE.stp
 
@@ -152,7 +152,7 @@ class SpecParser:
 
 
 def parse_spec(text: str) -> Tuple[List[Field], Optional[List[Field]]]:
-    """Request fields and reply fields (None when the spec has no `|`)."""
+    """Request fields and reply fields (None when its spec string has no `|`)."""
     p = SpecParser(text)
     request = p.fields(("|", None))
     reply = None

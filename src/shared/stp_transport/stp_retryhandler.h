@@ -10,7 +10,7 @@
 class STPSpecClass;
 class STPTransport;
 
-// Holds a reference on `spec` for as long as it lives; valid while the spec's virtual connection
+// Holds a reference on `spec` for as long as it lives; valid while that object's virtual connection
 // is not down in both directions. Generated stubs put one on the stack for each call.
 class STP_RetryCondition : public RetryCondition {
 public:

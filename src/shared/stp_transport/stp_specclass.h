@@ -32,7 +32,7 @@ enum : uint32_t {
 // (and id -1), which every lookup and the negotiation skip. Texts are not owned by the row.
 struct STPMessageRow {
     const char* name;
-    const char* fmt; // the spec string; in a sent row empty until requestFormats has run
+    const char* fmt; // its spec string; in a sent row empty until requestFormats has run
     int32_t id;      // generated: the row's index; sent rows after negotiation: the peer's number
     uint32_t flags;
 };
@@ -114,7 +114,7 @@ public:
     void negotiateLocally();
     // Asks the peer to confirm that it has this end's tables (kind 12, tag 3) and waits (waits).
     bool awaitNegotiate(RetryHandler* retry = nullptr, STPStatus* status = nullptr);
-    // Fetches the spec strings of the peer's messages into the sent and extra tables (waits).
+    // Fetches spec strings of the peer's messages into the sent and extra tables (waits).
     bool requestFormats(RetryHandler* retry = nullptr, STPStatus* status = nullptr);
     bool hasNegotiated() const { return tagsReceived; }
     bool hasFormats() const { return formatsReceived; }

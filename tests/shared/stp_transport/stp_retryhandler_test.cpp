@@ -132,7 +132,7 @@ TEST(VCRetryHandlerTest, GivesUpWithItsMessageOncePerExpiry) {
     EXPECT_TRUE(running.canContinue());
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 
-    // The transport given, or the spec's, must not be disconnected.
+    // The transport given, or that of the watched object, must not be disconnected.
     TransportPtr idle = makeTransport();
     VCRetryHandler onIdle(nullptr, idle.get(), 60000, nullptr);
     onIdle.begin();

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tests of stpgen: the spec-string parser, the table checks, and golden outputs.
+"""Tests of stpgen: its spec-string parser, the table checks, and golden outputs.
 
 Run directly or through CTest. With UPDATE_GOLDEN=1 set, the golden test rewrites the expected
 files from the generator's present output instead of comparing.
