@@ -3,6 +3,7 @@
 #include "stp_transport.h"
 
 #include "indgen.h"
+#include "plat_memory.h"
 #include "plat_sockerror.h"
 #include "stp_channel.h"
 #include "stp_message.h"
@@ -97,6 +98,8 @@ STPForwarder::~STPForwarder() = default;
 
 STPTransport::STPTransport(int32_t initialCapacity)
     : writeInitialCapacity(initialCapacity), readInitialCapacity(initialCapacity) {
+    // Messages of a megabyte come and go with every bulk transfer: keep such blocks in the heap.
+    plat_keep_large_blocks_in_heap();
     allocateBuffers();
     transportId = ++g_lastTransportId;
     if (g_registry == nullptr)
