@@ -30,6 +30,8 @@ constexpr int32_t kReadHeadroom = 1024;
 constexpr int32_t kReadShrinkFactor = 10;
 // hasDispatchableWork's cheap test of "a header may be in hand".
 constexpr int32_t kDispatchableBytes = 40;
+// The most a packet's announced size grows the read buffer by before its bytes are in hand.
+constexpr int64_t kMaxPresize = 16 << 20;
 
 char* allocBuffer(int32_t size) {
     return static_cast<char*>(gen_realloc(nullptr, size));
@@ -676,9 +678,15 @@ void STPTransport::pumpMessages() {
         if (size > readLength) {
             // A packet announced larger than the buffer can take makes it grow once to hold
             // it, instead of in many geometric steps that each copy what is in hand: the bytes
-            // then arrive in as few reads and copies as the socket allows.
-            if (!inProcess && size > int64_t{readCapacity} - readOffset - kReadHeadroom)
-                moveReadBytes(clampCapacity(int64_t{readInitialCapacity} + size));
+            // then arrive in as few reads and copies as the socket allows. The announced size
+            // is only a claim until the bytes are in, though: beyond kMaxPresize the buffer
+            // grows once by that much and then as the bytes come, so that eight hostile bytes
+            // cannot make it take gigabytes.
+            if (!inProcess && size > int64_t{readCapacity} - readOffset - kReadHeadroom) {
+                int64_t wanted = int64_t{readInitialCapacity} + std::min(size, kMaxPresize);
+                if (size <= kMaxPresize || wanted > readCapacity)
+                    moveReadBytes(clampCapacity(wanted));
+            }
             readShort = true;
             break;
         }

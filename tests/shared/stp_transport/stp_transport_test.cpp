@@ -297,6 +297,30 @@ TEST(StpFraming, DataSizeWhoseSumOverflowsIsInvalid) {
                  "[handleRead]: remote host sent invalid packet");
 }
 
+// The announced size is a claim, not bytes in hand: a header alone must not make the receiver
+// take gigabytes, and a packet larger than the up-front growth still arrives whole.
+TEST(StpFraming, HugeAnnouncedSizeGrowsTheBufferOnlyAsBytesArrive) {
+    RawPeer peer;
+    ASSERT_TRUE(peer.open());
+    STPTransport* t = peer.transport.get();
+    RawPacket claim;
+    claim.dataSize = INT32_MAX - 64;
+    ASSERT_TRUE(peer.feed(claim.bytes().substr(0, STP_HEADER_SIZE)));
+    ASSERT_TRUE(serviceUntil({t}, [&] { return t->getReadLength() == STP_HEADER_SIZE; }));
+    EXPECT_TRUE(t->isBound());
+    EXPECT_LT(t->getReadCapacity(), 64 << 20);
+
+    RawPeer second;
+    ASSERT_TRUE(second.open());
+    RecordingListener listener;
+    second.transport->addListener(1, 2, &listener, KIND_BINARY);
+    RawPacket large;
+    large.body = bodyOf(20 << 20, 'g');
+    ASSERT_TRUE(second.feed(large.bytes()));
+    ASSERT_TRUE(serviceUntil({second.transport.get()}, [&] { return listener.seen.size() == 1; }));
+    EXPECT_EQ(listener.seen[0].body, large.body);
+}
+
 TEST(StpFraming, PeerVanishingMidPacketClosesOnlyThatConnection) {
     RawPeer peer;
     ASSERT_TRUE(peer.open());
