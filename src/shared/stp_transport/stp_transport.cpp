@@ -595,7 +595,8 @@ void STPTransport::handleRead() {
     if (inProcess) {
         pullInProcess();
     } else {
-        if (readCapacity <= readOffset + readLength + kReadHeadroom) {
+        // In 64 bits: a buffer grown to the 32-bit limit must not overflow the test.
+        if (int64_t{readCapacity} <= int64_t{readOffset} + readLength + kReadHeadroom) {
             int32_t newCapacity =
                 clampCapacity(int64_t{readInitialCapacity} + 2 * int64_t{readLength});
             GEN_ASSERT(newCapacity >= readInitialCapacity);
