@@ -111,6 +111,7 @@ STPTransport* VCRetryHandler::currentTransport() const {
 
 void VCRetryHandler::begin() {
     startMs = plat_wall_clock_ms();
+    expiryReported = false;
 }
 
 bool VCRetryHandler::canContinue() {
@@ -121,10 +122,11 @@ bool VCRetryHandler::canContinue() {
         return false;
     if (startMs + timeoutMs64 > plat_wall_clock_ms())
         return true;
-    if (abortMessage) {
+    if (abortMessage && !expiryReported) {
         std::fputs(abortMessage, stderr);
         std::fflush(stderr);
     }
+    expiryReported = true;
     return false;
 }
 

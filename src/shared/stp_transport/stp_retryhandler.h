@@ -88,7 +88,8 @@ protected:
 // milliseconds (not ticks; RetryHandler's limit stays unset and its conditions are not asked),
 // and a wait that is one full IdleNotifier turn of 500 ms, so the service keeps serving other
 // clients while it waits (re-enters). When the limit passes, `abortMessage` (if any) is printed
-// on standard error once, by the canContinue call that finds it.
+// on standard error once, by the canContinue call that finds it; later calls until the next
+// begin answer false in silence (a wait nested in another with the same handler ends both).
 class VCRetryHandler : public RetryHandler {
 public:
     static constexpr int64_t kDefaultLimitMs = 300000;
@@ -118,6 +119,7 @@ private:
 
     int64_t timeoutMs64;
     int64_t startMs = 0;
+    bool expiryReported = false;
     STPSpecClass* spec;
     STPTransport* transport;
     char* abortMessage = nullptr;

@@ -120,8 +120,18 @@ TEST(VCRetryHandlerTest, GivesUpWithItsMessageOncePerExpiry) {
     std::string err = testing::internal::GetCapturedStderr();
     EXPECT_EQ(err, "Version control operation timed out while waiting for a response from "
                    "client. Aborting.\n");
+    // An outer wait that shares the handler with the one that expired ends without a second
+    // message; the next begin starts a new period, which reports its own expiry.
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(expired.canContinue());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    expired.begin();
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(expired.canContinue());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), err);
 
     expired.setAbortMessage(nullptr);
+    expired.begin();
     testing::internal::CaptureStderr();
     EXPECT_FALSE(expired.canContinue());
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
