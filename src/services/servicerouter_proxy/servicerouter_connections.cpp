@@ -16,7 +16,8 @@
 namespace {
 
 // Where the connection handler's assertion reports itself, as the process always has.
-constexpr const char* kProxySourceFile = "../src/services/servicerouter_proxy/servicerouter_proxy";
+constexpr const char* kProxySourceFile =
+    "../src/services/servicerouter_proxy/servicerouter_proxy.cpp";
 constexpr int kRequestingPluginAssertLine = 3439;
 
 // Cookies of plug-in management requests, process-wide, pre-incremented.

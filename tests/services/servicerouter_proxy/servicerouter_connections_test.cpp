@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -289,6 +290,24 @@ TEST_F(Connections, AnUnknownDroppedPairIsIgnored) {
     settle();
     EXPECT_EQ(proxy->pendingConnectionCount(), 1u);
     EXPECT_FALSE(factory.getServers()[0]->isVirtualConnectionDown());
+}
+
+// A router that asks for a connection on behalf of no plug-in breaks the protocol: the process
+// stops at once with the assertion, naming the handler's file and line.
+TEST_F(Connections, ARequestFromNoPluginStopsTheProcessWithTheAssertion) {
+    EchoFactory& factory = make("Echo.Svc");
+    proxy->registerService(&factory, nullptr);
+    giveBlock({0x75});
+    EXPECT_EXIT(
+        {
+            requestConnection(0xFFFFFFFFu, 0x75, 0x90a, {});
+            pumpUntil([] { return false; });
+            std::exit(0);
+        },
+        testing::ExitedWithCode(1),
+        "Assertion \\(requesting_plugin_id != -1\\) failed in "
+        "'\\.\\./src/services/servicerouter_proxy/servicerouter_proxy\\.cpp' on line 3439");
+    EXPECT_EQ(factory.live, 0);
 }
 
 TEST_F(Connections, ValuesOfOtherPluginsAreAskedOnceAndJoinedToPaths) {
