@@ -5,6 +5,8 @@
 // The echoing end is this program again in a second process: started by svc_router as a
 // plug-in ("--echo-plugin" behind the router's words), or connected straight to this process
 // ("--echo-direct PORT"). svc_router is looked for beside this program.
+#include "stp_bench_common.h"
+
 #include "plat_files.h"
 #include "plat_process.h"
 #include "plat_socket.h"
@@ -35,19 +37,7 @@ const char* const kService = "Bench.Echo";
     std::exit(1);
 }
 
-// Echoes every request of one key back as its reply, with the same body.
-class EchoListener : public ResponseListener {
-public:
-    explicit EchoListener(STPTransport* t) : transport(t) {}
-    bool handle(STPMessage* m) override {
-        STPMessage* reply = transport->newReply(m->remoteRN, m->localRN, m->serial, 0);
-        reply->putRaw(m->data() + m->headerSize, m->dataSize);
-        transport->sendWithAttempts(reply, 2);
-        delete reply;
-        return true;
-    }
-    STPTransport* transport;
-};
+using stpbench::EchoListener;
 
 // The echoing plug-in: accepts every connection and echoes on it from the moment it accepts.
 class EchoPlugin : public TestPlugin {
