@@ -60,22 +60,27 @@ public:
     STPTransport* transport;
 };
 
+// An STP peer on 127.0.0.1 `port` that echoes requests from route numbers (2, 1) until the
+// connection closes; returns the exit code.
+inline int runStpEchoPeer(uint16_t port) {
+    STPTransport* t = new STPTransport;
+    if (!t->connect("127.0.0.1", port))
+        return 2;
+    EchoListener echo(t);
+    t->addListener(1, 2, &echo, KIND_BINARY);
+    while (t->isBound())
+        t->serviceOnce(10000);
+    t->removeListener(&echo);
+    t->unref();
+    return 0;
+}
+
 // The peer's side; returns the exit code.
 inline int runPeer(int argc, char** argv) {
     std::string kind = argv[2];
     uint16_t port = static_cast<uint16_t>(std::atoi(argv[3]));
-    if (kind == "stp") {
-        STPTransport* t = new STPTransport;
-        if (!t->connect("127.0.0.1", port))
-            return 2;
-        EchoListener echo(t);
-        t->addListener(1, 2, &echo, KIND_BINARY);
-        while (t->isBound())
-            t->serviceOnce(10000);
-        t->removeListener(&echo);
-        t->unref();
-        return 0;
-    }
+    if (kind == "stp")
+        return runStpEchoPeer(port);
     if (argc < 5)
         return 2;
     size_t size = static_cast<size_t>(std::atol(argv[4]));

@@ -69,19 +69,6 @@ int runEchoPlugin(uint16_t routerPort) {
     return 0;
 }
 
-int runEchoDirect(uint16_t port) {
-    STPTransport* t = new STPTransport;
-    if (!t->connect("127.0.0.1", port))
-        return 2;
-    EchoListener echo(t);
-    t->addListener(1, 2, &echo, KIND_BINARY);
-    while (t->isBound())
-        t->serviceOnce(10000);
-    t->removeListener(&echo);
-    t->unref();
-    return 0;
-}
-
 // Round trips per second of requests from `localRN` to `remoteRN` on `t`.
 double roundTrips(STPTransport* t, uint32_t localRN, uint32_t remoteRN) {
     std::string body(kPayload, 'r');
@@ -176,7 +163,7 @@ int main(int argc, char** argv) {
         std::strcmp(argv[1], "-connect_servicerouter") == 0)
         return runEchoPlugin(static_cast<uint16_t>(std::atoi(argv[2])));
     if (argc >= 3 && std::strcmp(argv[1], "--echo-direct") == 0)
-        return runEchoDirect(static_cast<uint16_t>(std::atoi(argv[2])));
+        return stpbench::runStpEchoPeer(static_cast<uint16_t>(std::atoi(argv[2])));
 
     char self[4096];
     if (!plat_self_path(self, sizeof self))
