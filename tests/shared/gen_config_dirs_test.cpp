@@ -1,7 +1,7 @@
 // The places of the program's and the user's configuration, on folders made for the test.
 #include "gen_config_dirs.h"
 
-#include "gen_temp_folder.h"
+#include "scratch_folder.h"
 #include "indgen.h"
 
 #include <gtest/gtest.h>
@@ -19,10 +19,10 @@ std::string take(char* s) {
     return text;
 }
 
-class GenConfigDirsTest : public GenTempFolder {
+class GenConfigDirsTest : public ScratchTest {
 protected:
     void SetUp() override {
-        GenTempFolder::SetUp();
+        ScratchTest::SetUp();
         for (const char* name : {"XDG_CONFIG_HOME", "HOME"}) {
             const char* value = std::getenv(name);
             saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
@@ -35,7 +35,7 @@ protected:
             else
                 unsetenv(name.c_str());
         }
-        GenTempFolder::TearDown();
+        ScratchTest::TearDown();
     }
 
 private:

@@ -1,7 +1,7 @@
 // Files and listings on real files in a temporary folder.
 #include "gen_file.h"
 
-#include "gen_temp_folder.h"
+#include "scratch_folder.h"
 #include "gen_viewpath.h"
 #include "indgen.h"
 
@@ -17,7 +17,7 @@
 namespace fs = std::filesystem;
 
 namespace {
-class GenFileTest : public GenTempFolder {
+class GenFileTest : public ScratchTest {
 protected:
     // Every line gen_readline gives for `content`.
     std::vector<std::string> lines(const std::string& content) {

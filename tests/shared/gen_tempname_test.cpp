@@ -1,7 +1,7 @@
 // Temporary directory choice, temporary names and temporary files, in a temporary folder.
 #include "gen_tempname.h"
 
-#include "gen_temp_folder.h"
+#include "scratch_folder.h"
 #include "indgen.h"
 #include "plat_files.h"
 #include "plat_folders.h"
@@ -35,10 +35,10 @@ std::string base32(unsigned value) {
 }
 
 // Sets or clears the variables that choose the temporary directory, and puts them back.
-class GenTempNameTest : public GenTempFolder {
+class GenTempNameTest : public ScratchTest {
 protected:
     void SetUp() override {
-        GenTempFolder::SetUp();
+        ScratchTest::SetUp();
         for (const char* name : {"TMP", "TEMP", "BUILDER_TEMPORARY_NAME"}) {
             const char* value = std::getenv(name);
             saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
@@ -53,7 +53,7 @@ protected:
                 unsetenv(name.c_str());
         }
         gen_temp_dir(root().c_str()); // forget this folder before it goes
-        GenTempFolder::TearDown();
+        ScratchTest::TearDown();
     }
 
 private:

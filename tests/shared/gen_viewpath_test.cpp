@@ -1,7 +1,7 @@
 // The viewpathing wrappers with viewpathing off: each behaves as the call it stands for.
 #include "gen_viewpath.h"
 
-#include "gen_temp_folder.h"
+#include "scratch_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 namespace fs = std::filesystem;
 
 namespace {
-using GenViewpathTest = GenTempFolder;
+using GenViewpathTest = ScratchTest;
 
 TEST_F(GenViewpathTest, WrappersActOnTheFileSystem) {
     std::string file = at("f");

@@ -11,6 +11,8 @@ struct ProgramRun {
     std::string out, err;
 };
 
-// Starts argv[0] (searched in PATH) and waits up to `timeoutMs` for it to end; a child still
-// running then is killed. Outputs beyond the pipe buffer (64 KiB) are not expected here.
-ProgramRun runProgram(const std::vector<std::string>& argv, int timeoutMs = 20000);
+// Starts argv[0] (searched in PATH) in `workingDir` (empty: this process's) and waits up to
+// `timeoutMs` for it to end; a child still running then is killed. Its output goes through
+// files, so it may be of any size.
+ProgramRun runProgram(const std::vector<std::string>& argv, int timeoutMs = 20000,
+                      const std::string& workingDir = std::string());

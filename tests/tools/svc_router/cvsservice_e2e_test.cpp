@@ -2,9 +2,12 @@
 // has a limit, so a service that never ends fails the test instead of stalling it.
 #include "router_process.h"
 
+#include "cvs_repo.h"
+#include "gen_string.h"
 #include "negotiation_probe.h"
 #include "plat_socket.h"
 #include "plat_time.h"
+#include "service_session.h"
 #include "stp_transport.h"
 #include "test_plugin.h"
 
@@ -143,6 +146,30 @@ TEST(CvsserviceEndToEnd, GarbageFromARouterEndsTheServiceWithCode1) {
     EXPECT_TRUE(contains(service.errors(), "Negotiation with ServiceRouter failed"))
         << service.errors();
     plat_close_socket(peer);
+}
+
+TEST(CvsserviceEndToEnd, ARequestTravelsThroughTheRouterToTheServiceAndBack) {
+    ScratchFolder folder;
+    CvsRepo repo(folder.root());
+    ASSERT_TRUE(repo.init()) << repo.lastError();
+    ASSERT_TRUE(repo.importModule("m", {{"a.c", "one\n"}, {"sub/b.c", "two\n"}}))
+        << repo.lastError();
+    ASSERT_NE(repo.checkout("m", "wc", CvsRootKind::fork), "") << repo.lastError();
+    EXPECT_EQ(readFile(folder.at("wc/CVS/Root")), ":fork:" + repo.path() + "\n");
+
+    ServiceSession session;
+    ASSERT_TRUE(session.start(folder)) << session.error();
+    VcClient* vc = session.connectVersionControl(folder.at("wc"));
+    ASSERT_NE(vc, nullptr) << session.error();
+    char* user = nullptr;
+    char* error = nullptr;
+    STPStatus status;
+    ASSERT_TRUE(vc->GetVCUsername(&user, &error, session.waiter().get(), &status))
+        << status.message;
+    EXPECT_EQ(user, nullptr);
+    EXPECT_NE(error, nullptr);
+    gen_free(user);
+    gen_free(error);
 }
 
 } // namespace

@@ -1,16 +1,14 @@
-// Test helpers for whole processes: a scratch folder, programs started with their output in
-// files of that folder, and svc_router started on a port of the system's choosing.
+// Test helpers for whole processes: programs started with their output in files of a scratch
+// folder, and svc_router started on a port of the system's choosing.
 #pragma once
 
 #include "plat_files.h"
 #include "plat_process.h"
 #include "plat_time.h"
+#include "scratch_folder.h"
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,37 +16,6 @@
 #ifndef SVC_ROUTER_PATH
 #error "SVC_ROUTER_PATH must name the svc_router program"
 #endif
-
-inline std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-// A fresh folder for one test, removed at its end.
-class ScratchFolder {
-public:
-    ScratchFolder() {
-        const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = std::string("cvss_") + info->test_suite_name() + "_" + info->name() +
-                           "_" + std::to_string(plat_current_process_id());
-        for (char& c : name)
-            if (c == '/')
-                c = '_';
-        root = std::filesystem::temp_directory_path() / name;
-        std::filesystem::remove_all(root);
-        std::filesystem::create_directories(root);
-    }
-    ~ScratchFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(root, ignored);
-    }
-    std::string at(const std::string& name) const { return (root / name).string(); }
-
-private:
-    std::filesystem::path root;
-};
 
 // A child process whose standard output and error go to files; killed at the end of the test
 // if it still runs.

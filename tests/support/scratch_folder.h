@@ -1,0 +1,75 @@
+// Scratch folders and whole-file reads and writes for tests that touch the disk.
+#pragma once
+
+#include "plat_process.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Writes `content` as the whole file, making missing parent folders.
+inline void writeFile(const std::string& path, const std::string& content) {
+    std::filesystem::path p(path);
+    if (p.has_parent_path())
+        std::filesystem::create_directories(p.parent_path());
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+}
+
+// A fresh folder under the system's temporary directory, named after the running test and the
+// process, removed with everything in it at the end (write permission that a case took away is
+// given back first).
+class ScratchFolder {
+public:
+    ScratchFolder() {
+        const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        std::string name = "cvss_";
+        if (info)
+            name += std::string(info->test_suite_name()) + "_" + info->name() + "_";
+        name += std::to_string(plat_current_process_id());
+        for (char& c : name)
+            if (c == '/')
+                c = '_';
+        root_ = std::filesystem::temp_directory_path() / name;
+        std::filesystem::remove_all(root_);
+        std::filesystem::create_directories(root_);
+    }
+    ~ScratchFolder() {
+        std::error_code ignored;
+        for (auto& entry : std::filesystem::recursive_directory_iterator(root_, ignored))
+            std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_all,
+                                         std::filesystem::perm_options::add, ignored);
+        std::filesystem::remove_all(root_, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    // The path of `name` inside the folder.
+    std::string at(const std::string& name) const { return (root_ / name).string(); }
+    std::string root() const { return root_.string(); }
+
+private:
+    std::filesystem::path root_;
+};
+
+// A test fixture with a scratch folder of its own.
+class ScratchTest : public ::testing::Test {
+protected:
+    std::string at(const std::string& name) const { return folder_.at(name); }
+    std::string root() const { return folder_.root(); }
+    static void write(const std::string& path, const std::string& content) {
+        writeFile(path, content);
+    }
+    static std::string read(const std::string& path) { return readFile(path); }
+
+private:
+    ScratchFolder folder_;
+};
