@@ -190,4 +190,17 @@ build_states() {
 
 build_states local
 build_states fork
+
+# The captured texts are also the seeds of the fuzz targets (fuzz/seeds/<target>/).
+seeds=$here/../../fuzz/seeds
+link_seeds() { # link_seeds DATA-FOLDER SEED-FOLDER PREFIX
+    mkdir -p "$seeds/$2"
+    for f in "$here/$1"/*.txt; do
+        ln -sfn "../../../tests/data/$1/$(basename "$f")" "$seeds/$2/$3$(basename "$f" .txt)"
+    done
+}
+link_seeds cvs_status cvs_status ""
+link_seeds cvs_update cvs_status update_
+link_seeds cvs_log cvs_log ""
+link_seeds cvs_entries cvs_entries ""
 echo "captured into $here/cvs_status, cvs_log, cvs_update and cvs_entries"

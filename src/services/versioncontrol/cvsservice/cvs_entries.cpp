@@ -213,18 +213,24 @@ char* entriesPathOf(const char* dir) {
 }
 
 CVSEntriesFile* EntriesCache::entriesFor(const char* dir) {
-    char* key = entriesPathOf(dir);
-    auto found = images.find(std::string_view(key));
-    if (found != images.end()) {
+    // Questions come in runs about one directory: the key of the last one is kept, so that a
+    // repeated question costs a comparison instead of a join of paths.
+    std::string_view dirText = dir ? std::string_view(dir) : std::string_view();
+    if (!lastDirValid || dirText != lastDir) {
+        char* key = entriesPathOf(dir);
+        lastKey = key;
         gen_free(key);
-        return found->second.get();
+        lastDir = dirText;
+        lastDirValid = true;
     }
+    auto found = images.find(std::string_view(lastKey));
+    if (found != images.end())
+        return found->second.get();
     if (images.size() > 20)
         images.erase(std::next(images.begin()));
-    auto image = std::make_unique<CVSEntriesFile>(key, false);
+    auto image = std::make_unique<CVSEntriesFile>(lastKey.c_str(), false);
     CVSEntriesFile* result = image.get();
-    images.emplace(MStringKey(key), std::move(image));
-    gen_free(key);
+    images.emplace(MStringKey(lastKey), std::move(image));
     return result;
 }
 

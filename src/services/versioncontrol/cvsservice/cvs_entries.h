@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <string>
 #include <string_view>
 
 struct MString;
@@ -140,6 +141,10 @@ public:
 
 private:
     std::map<MStringKey, std::unique_ptr<CVSEntriesFile>, MStringByteOrder> images;
+    // The directory of the last entriesFor (null counts as empty) and the key it gave.
+    std::string lastDir;
+    bool lastDirValid = false;
+    std::string lastKey;
 };
 
 // The full path of the Entries file of `dir`, as the cache keys it. A new string for gen_free.
