@@ -1,0 +1,622 @@
+#include "diff_engine.h"
+
+#include "diff_symbols.h"
+#include "gen_file.h"
+#include "indgen.h"
+
+#include <climits>
+#include <cstring>
+
+namespace {
+
+// ---- Sources and the line reader ----
+
+constexpr int32_t kReaderStart = 512;
+// Files are read through a larger stdio buffer than the default page, to save system calls.
+constexpr size_t kFileBuffer = 65536;
+
+void sayFailure(const char* text) {
+    std::fputs(text, stdout);
+    std::fflush(stdout);
+}
+
+// A text opened for loading.
+struct OpenText {
+    const DiffSource* source = nullptr;
+    FILE* file = nullptr;  // the stream lines come from (kinds 3 and 4)
+    bool ownsFile = false; // opened here (kind 3)
+    char* fileBuffer = nullptr;
+    int64_t count = 0; // lines to read
+};
+
+void closeText(OpenText* text) {
+    if (text->ownsFile && text->file)
+        std::fclose(text->file);
+    gen_free(text->fileBuffer);
+    *text = OpenText();
+}
+
+// Lines of a stream up to its end: its newlines, and one more for a last line without one.
+int64_t countLines(FILE* file) {
+    char block[16384];
+    int64_t lines = 0;
+    char last = '\n';
+    size_t got;
+    while ((got = std::fread(block, 1, sizeof block, file)) > 0) {
+        const char* end = block + got;
+        for (const char* p = block; p < end; ++p) {
+            p = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
+            if (!p)
+                break;
+            ++lines;
+        }
+        last = block[got - 1];
+    }
+    return last == '\n' ? lines : lines + 1;
+}
+
+// Opens a source and finds how many lines it has; false with the message said on failure.
+bool openText(const DiffSource* source, OpenText* text) {
+    text->source = source;
+    int kind = source ? source->kind : 0;
+    switch (kind) {
+    case DIFF_SOURCE_STRINGS:
+        text->count = source->strings && source->count > 0 ? source->count : 0;
+        return true;
+    case DIFF_SOURCE_FILE: {
+        const char* name = source->fileName ? source->fileName : "";
+        text->file = gen_fopen(name, "re");
+        if (!text->file) {
+            std::printf("Error opening file - %s\n", name);
+            std::fflush(stdout);
+            return false;
+        }
+        text->ownsFile = true;
+        text->fileBuffer = static_cast<char*>(gen_alloc(kFileBuffer, 1));
+        std::setvbuf(text->file, text->fileBuffer, _IOFBF, kFileBuffer);
+        text->count = countLines(text->file);
+        std::rewind(text->file);
+        return true;
+    }
+    case DIFF_SOURCE_STREAM:
+        text->file = source->stream;
+        text->count = source->stream && source->count > 0 ? source->count : 0;
+        return true;
+    default:
+        std::printf("Error - unknown file type %i\n", kind);
+        std::fflush(stdout);
+        return false;
+    }
+}
+
+// One buffer for the lines of a stream: 512 bytes at first, doubled whenever a line does not
+// fit. Its size is a 32-bit count like the line numbers, which bounds a line below 2 GiB.
+struct LineReader {
+    char* buffer = nullptr;
+    int32_t capacity = 0;
+};
+
+enum class ReadResult { line, end, too_long };
+
+// Reads one line with its newline into the reader's buffer, NUL-terminated, leaving out NUL
+// bytes, and hashes it on the way.
+ReadResult readLine(LineReader* reader, FILE* file, size_t* length, int32_t* hash) {
+    if (!reader->buffer) {
+        reader->capacity = kReaderStart;
+        reader->buffer = static_cast<char*>(gen_alloc(static_cast<size_t>(kReaderStart), 1));
+    }
+    char* buffer = reader->buffer;
+    size_t limit = static_cast<size_t>(reader->capacity) - 1; // room for the NUL
+    size_t n = 0;
+    uint32_t h = 0;
+    int c = EOF;
+    while ((c = getc_unlocked(file)) != EOF) {
+        if (c == 0)
+            continue;
+        if (n == limit) {
+            if (reader->capacity > INT32_MAX / 2)
+                return ReadResult::too_long;
+            reader->capacity *= 2;
+            reader->buffer = static_cast<char*>(
+                gen_realloc(reader->buffer, static_cast<size_t>(reader->capacity)));
+            buffer = reader->buffer;
+            limit = static_cast<size_t>(reader->capacity) - 1;
+        }
+        buffer[n++] = static_cast<char>(c);
+        h = diffHashStep(h, static_cast<unsigned char>(c));
+        if (c == '\n')
+            break;
+    }
+    if (n == 0 && c == EOF)
+        return ReadResult::end;
+    buffer[n] = '\0';
+    *length = n;
+    *hash = diffHashFinish(h);
+    return ReadResult::line;
+}
+
+// Reads the lines of `text` into `lines` (1-based) and counts them on their symbols; *n is the
+// number read. False with "Out of memory." said when a line is too long for the reader.
+bool loadText(DiffResult* result, DiffTextStore* store, LineReader* reader, OpenText* text,
+              DiffLine* lines, bool old, int32_t* n) {
+    int32_t count = static_cast<int32_t>(text->count);
+    int32_t k = 0;
+    while (k < count) {
+        int32_t symbol;
+        if (text->source->kind == DIFF_SOURCE_STRINGS) {
+            const char* line = text->source->strings[k] ? text->source->strings[k] : "";
+            symbol = diffFindSymbol(result, store, line, std::strlen(line), diffHash(line));
+        } else {
+            size_t length = 0;
+            int32_t hash = 0;
+            ReadResult got = readLine(reader, text->file, &length, &hash);
+            if (got == ReadResult::end)
+                break;
+            if (got == ReadResult::too_long) {
+                sayFailure("Out of memory.");
+                return false;
+            }
+            symbol = diffFindSymbol(result, store, reader->buffer, length, hash);
+        }
+        ++k;
+        if (old)
+            ++result->symbols[symbol].oldCount;
+        else
+            ++result->symbols[symbol].newCount;
+        lines[k].symbol = symbol;
+    }
+    *n = k;
+    return true;
+}
+
+// ---- Occurrence lists ----
+
+// Takes line `i` of A out of its symbol's list.
+void unlinkOccurrence(DiffResult* r, DiffSymbol* symbol, int32_t i) {
+    DiffNode* node = &r->nodes[i];
+    if (node->next == i) {
+        symbol->occurrences = 0;
+    } else {
+        r->nodes[node->prev].next = node->next;
+        r->nodes[node->next].prev = node->prev;
+        if (symbol->occurrences == i)
+            symbol->occurrences = node->next;
+    }
+    node->next = node->prev = 0;
+}
+
+// Puts line `i` of A into its symbol's list in front of node `before` (0: into an empty list).
+void linkBefore(DiffResult* r, DiffSymbol* symbol, int32_t i, int32_t before) {
+    DiffNode* node = &r->nodes[i];
+    if (before == 0) {
+        node->next = node->prev = i;
+        symbol->occurrences = i;
+        return;
+    }
+    int32_t after = r->nodes[before].prev;
+    node->next = before;
+    node->prev = after;
+    r->nodes[after].next = i;
+    r->nodes[before].prev = i;
+}
+
+// Puts line `i` of A back at its place in the descending order.
+void insertOccurrence(DiffResult* r, DiffSymbol* symbol, int32_t i) {
+    int32_t head = symbol->occurrences;
+    if (head == 0) {
+        linkBefore(r, symbol, i, 0);
+        return;
+    }
+    int32_t at = head;
+    do {
+        if (r->nodes[at].line < i) {
+            linkBefore(r, symbol, i, at);
+            if (at == head)
+                symbol->occurrences = i;
+            return;
+        }
+        at = r->nodes[at].next;
+    } while (at != head);
+    linkBefore(r, symbol, i, head); // the lowest: the end of the circle
+}
+
+// ---- Pairing ----
+
+void pairLines(DiffResult* r, int32_t i, int32_t j) {
+    DiffLine* a = &r->oldLines[i];
+    DiffLine* b = &r->newLines[j];
+    a->paired = b->paired = true;
+    a->other = j;
+    b->other = i;
+    DiffSymbol* symbol = &r->symbols[a->symbol];
+    --symbol->oldCount;
+    --symbol->newCount;
+    unlinkOccurrence(r, symbol, i);
+}
+
+void dissolvePair(DiffResult* r, int32_t i, int32_t j) {
+    r->oldLines[i].paired = r->newLines[j].paired = false;
+    r->oldLines[i].other = r->newLines[j].other = 0;
+    DiffSymbol* symbol = &r->symbols[r->oldLines[i].symbol];
+    ++symbol->oldCount;
+    ++symbol->newCount;
+    insertOccurrence(r, symbol, i);
+}
+
+// The forward step from paired line j of B: pairs j + 1 with the line behind j's partner when
+// both are unpaired and have the same text. True when it paired them.
+bool stepForward(DiffResult* r, int32_t j) {
+    const DiffLine* b = r->newLines;
+    const DiffLine* a = r->oldLines;
+    int32_t i = b[j].other;
+    if (i < r->n_old && !a[i + 1].paired && a[i + 1].symbol == b[j + 1].symbol) {
+        pairLines(r, i + 1, j + 1);
+        return true;
+    }
+    return false;
+}
+
+void uniqueLines(DiffResult* r) {
+    for (int32_t j = 1; j <= r->n_new; ++j) {
+        const DiffSymbol* symbol = &r->symbols[r->newLines[j].symbol];
+        if (symbol->oldCount == 1 && symbol->newCount == 1)
+            pairLines(r, symbol->occurrences, j);
+    }
+}
+
+void extendForward(DiffResult* r) {
+    for (int32_t j = 1; j <= r->n_new - 1; ++j)
+        if (r->newLines[j].paired && !r->newLines[j + 1].paired)
+            stepForward(r, j);
+}
+
+void extendBackward(DiffResult* r) {
+    DiffLine* a = r->oldLines;
+    DiffLine* b = r->newLines;
+    for (int32_t j = r->n_new + 1; j >= 2; --j) {
+        if (!b[j].paired || b[j - 1].paired)
+            continue;
+        int32_t i = b[j].other;
+        if (i > 1 && !a[i - 1].paired && a[i - 1].symbol == b[j - 1].symbol)
+            pairLines(r, i - 1, j - 1);
+    }
+}
+
+// Extends forward from paired line j, passing lines that are paired already, and gives the
+// first line of B that stays unpaired, or n_new + 1 at the end of B.
+int32_t extendRun(DiffResult* r, int32_t j) {
+    for (int32_t k = j; k < r->n_new; ++k)
+        if (!r->newLines[k + 1].paired && !stepForward(r, k))
+            return k + 1;
+    return r->n_new + 1;
+}
+
+// The first paired line of B from `from` on, or n_new + 1; the closing entry doesn't count.
+int32_t nextPaired(const DiffResult* r, int32_t from) {
+    int32_t j = from;
+    while (j <= r->n_new && !r->newLines[j].paired)
+        ++j;
+    return j;
+}
+
+// The occurrence of `symbol` to pair with an unpaired line of B whose nearest paired neighbours
+// have the partners prev_old (in front) and next_old (behind); 0 when there is none.
+int32_t nearestOccurrence(const DiffResult* r, const DiffSymbol* symbol, int32_t prev_old,
+                          int32_t next_old) {
+    int32_t head = symbol->occurrences;
+    if (next_old > prev_old) {
+        // The lowest occurrence strictly between the two: walk up from the lowest.
+        int32_t at = r->nodes[head].prev;
+        do {
+            int32_t line = r->nodes[at].line;
+            if (line > prev_old)
+                return line < next_old ? line : 0;
+            at = r->nodes[at].prev;
+        } while (at != r->nodes[head].prev);
+        return 0;
+    }
+    // The neighbours are out of order: the occurrence nearest to either anchor, walking down
+    // from the highest. Once a line below next_old is no nearer than the best, every lower line
+    // is farther from next_old and not above prev_old (>= next_old), so the walk can end.
+    int32_t best = r->n_old + 1;
+    int32_t chosen = 0;
+    int32_t at = head;
+    do {
+        int32_t line = r->nodes[at].line;
+        if (line < next_old && next_old - line < best) {
+            chosen = line;
+            best = next_old - line;
+        } else if (line > prev_old && line - prev_old < best) {
+            chosen = line;
+            best = line - prev_old;
+        } else if (line < next_old) {
+            break;
+        }
+        at = r->nodes[at].next;
+    } while (at != head);
+    return chosen;
+}
+
+void nearestOccurrences(DiffResult* r) {
+    const DiffLine* b = r->newLines;
+    int32_t n = r->n_new;
+    int32_t prev_old = 0;
+    int32_t searched = nextPaired(r, 1); // how far the search for next_old got
+    int32_t next_old = searched <= n ? b[searched].other : 0;
+    int32_t j = 1;
+    while (j <= n) {
+        if (b[j].paired) {
+            while (j <= n && b[j].paired)
+                ++j;
+            prev_old = b[j - 1].other;
+            searched = nextPaired(r, j);
+            if (searched <= n)
+                next_old = b[searched].other;
+            continue;
+        }
+        const DiffSymbol* symbol = &r->symbols[b[j].symbol];
+        if (symbol->oldCount == 0 || symbol->newCount == 0) {
+            ++j;
+            continue;
+        }
+        int32_t i = nearestOccurrence(r, symbol, prev_old, next_old);
+        if (i == 0) {
+            ++j;
+            continue;
+        }
+        pairLines(r, i, j);
+        int32_t stop = extendRun(r, j);
+        prev_old = b[stop - 1].other;
+        if (searched < stop) {
+            searched = nextPaired(r, stop);
+            if (searched <= n)
+                next_old = b[searched].other;
+        }
+        j = stop + 1; // the line where the extension stopped is not tried again
+    }
+}
+
+void remainingOccurrences(DiffResult* r) {
+    int32_t j = 1;
+    while (j <= r->n_new) {
+        const DiffSymbol* symbol = &r->symbols[r->newLines[j].symbol];
+        if (r->newLines[j].paired || symbol->oldCount == 0 || symbol->newCount == 0) {
+            ++j;
+            continue;
+        }
+        int32_t lowest = r->nodes[symbol->occurrences].prev;
+        pairLines(r, lowest, j);
+        j = extendRun(r, j) + 1;
+    }
+}
+
+// The number of paired lines from `start` on whose partners rise by exactly 1.
+int32_t runLength(const DiffLine* lines, int32_t start, int32_t n) {
+    int32_t length = 1;
+    while (start + length <= n && lines[start + length].paired &&
+           lines[start + length].other == lines[start + length - 1].other + 1)
+        ++length;
+    return length;
+}
+
+// Removes crossings so that the pairing keeps the order of both texts. Each run is measured
+// once: dissolving the run on one side never touches the run measured on the other (its
+// partners lie behind that run), so a length stays valid until its side moves on.
+void uncross(DiffResult* r) {
+    DiffLine* a = r->oldLines;
+    DiffLine* b = r->newLines;
+    int32_t i = 1, j = 1;
+    int32_t runAtI = 0, runI = 0, runAtJ = 0, runJ = 0;
+    for (;;) {
+        while (i <= r->n_old && !a[i].paired)
+            ++i;
+        while (j <= r->n_new && !b[j].paired)
+            ++j;
+        if (i > r->n_old)
+            return;
+        if (a[i].other == j) {
+            ++i;
+            ++j;
+            continue;
+        }
+        if (runAtI != i) {
+            runI = runLength(a, i, r->n_old);
+            runAtI = i;
+        }
+        if (runAtJ != j) {
+            runJ = runLength(b, j, r->n_new);
+            runAtJ = j;
+        }
+        if (runI >= runJ) {
+            for (int32_t k = j; k < j + runJ; ++k)
+                dissolvePair(r, b[k].other, k);
+            j += runJ;
+        } else {
+            for (int32_t k = i; k < i + runI; ++k)
+                dissolvePair(r, k, a[k].other);
+            i += runI;
+        }
+    }
+}
+
+// ---- The edit script ----
+
+char* copyText(const char* text) {
+    size_t length = std::strlen(text);
+    char* copy = static_cast<char*>(gen_alloc(length + 1, 1));
+    std::memcpy(copy, text, length);
+    return copy;
+}
+
+// Writes the script in two walks over B: the first counts the strings, the second makes them.
+void writeScript(const DiffResult* r, int* scriptLines, char*** script) {
+    const DiffLine* b = r->newLines;
+    int32_t n = r->n_new;
+    for (int pass = 0; pass < 2; ++pass) {
+        int count = 0;
+        char** out = pass == 1 ? *script : nullptr;
+        int32_t j = 1;
+        while (j <= n) {
+            int32_t k = j;
+            if (b[j].paired) {
+                while (k < n && b[k + 1].paired && b[k + 1].other == b[k].other + 1)
+                    ++k;
+                if (out) {
+                    char buffer[32];
+                    if (k == j)
+                        std::snprintf(buffer, sizeof buffer, "m%d\n", b[j].other);
+                    else
+                        std::snprintf(buffer, sizeof buffer, "m%d,%d\n", b[j].other, b[k].other);
+                    out[count] = copyText(buffer);
+                }
+                ++count;
+            } else {
+                while (k < n && !b[k + 1].paired)
+                    ++k;
+                if (out) {
+                    char buffer[32];
+                    std::snprintf(buffer, sizeof buffer, "a%d\n", k - j + 1);
+                    out[count] = copyText(buffer);
+                    for (int32_t m = j; m <= k; ++m)
+                        out[count + 1 + (m - j)] = copyText(r->symbols[b[m].symbol].text);
+                }
+                count += 1 + (k - j + 1);
+            }
+            j = k + 1;
+        }
+        if (pass == 0) {
+            *scriptLines = count;
+            *script = static_cast<char**>(gen_alloc(static_cast<size_t>(count), sizeof(char*)));
+        }
+    }
+}
+
+DiffResult* newResult(int32_t tableSize, int64_t oldCount, int64_t newCount) {
+    DiffResult* r = static_cast<DiffResult*>(gen_alloc(1, sizeof(DiffResult)));
+    r->tableSize = tableSize;
+    r->symbols =
+        static_cast<DiffSymbol*>(gen_alloc(static_cast<size_t>(tableSize), sizeof(DiffSymbol)));
+    for (int32_t s = 0; s < tableSize; ++s)
+        r->symbols[s].hash = -1;
+    r->oldLines =
+        static_cast<DiffLine*>(gen_alloc(static_cast<size_t>(oldCount) + 2, sizeof(DiffLine)));
+    r->newLines =
+        static_cast<DiffLine*>(gen_alloc(static_cast<size_t>(newCount) + 2, sizeof(DiffLine)));
+    return r;
+}
+
+// The closing entries, paired with each other, and the occurrence lists: A from line 1 up,
+// each line put at the head of its symbol's list, so the lists run from the highest line down.
+void finishLoading(DiffResult* r) {
+    int32_t endOld = r->n_old + 1, endNew = r->n_new + 1;
+    r->oldLines[endOld] = DiffLine{true, endNew, -1};
+    r->newLines[endNew] = DiffLine{true, endOld, -1};
+    r->nodes =
+        static_cast<DiffNode*>(gen_alloc(static_cast<size_t>(r->n_old) + 1, sizeof(DiffNode)));
+    for (int32_t i = 1; i <= r->n_old; ++i) {
+        DiffSymbol* symbol = &r->symbols[r->oldLines[i].symbol];
+        r->nodes[i].line = i;
+        int32_t head = symbol->occurrences;
+        linkBefore(r, symbol, i, head);
+        symbol->occurrences = i;
+    }
+}
+
+} // namespace
+
+DiffResult* diffTexts(const DiffSource* oldText, const DiffSource* newText, bool uncrossing,
+                      int* scriptLines, char*** script) {
+    bool wantScript = scriptLines && script;
+    if (wantScript) {
+        *scriptLines = 0;
+        *script = nullptr;
+    }
+    OpenText a, b;
+    if (!openText(oldText, &a))
+        return nullptr;
+    if (!openText(newText, &b)) {
+        closeText(&a);
+        return nullptr;
+    }
+    int32_t tableSize = diffTableSize(a.count + b.count);
+    if (tableSize == 0) {
+        sayFailure("Out of memory in diff.\n");
+        closeText(&a);
+        closeText(&b);
+        return nullptr;
+    }
+    DiffResult* r = newResult(tableSize, a.count, b.count);
+    DiffTextStore store;
+    LineReader reader;
+    bool loaded = loadText(r, &store, &reader, &a, r->oldLines, true, &r->n_old) &&
+                  loadText(r, &store, &reader, &b, r->newLines, false, &r->n_new);
+    gen_free(reader.buffer);
+    closeText(&a);
+    closeText(&b);
+    if (!loaded) {
+        freeDiffResult(r);
+        return nullptr;
+    }
+    finishLoading(r);
+
+    uniqueLines(r);
+    extendForward(r);
+    extendBackward(r);
+    nearestOccurrences(r);
+    remainingOccurrences(r);
+    if (uncrossing) {
+        uncross(r);
+        extendForward(r);
+        extendBackward(r);
+    }
+    if (wantScript)
+        writeScript(r, scriptLines, script);
+    return r;
+}
+
+DiffResult* diffFiles(const char* oldFile, const char* newFile) {
+    DiffSource a{DIFF_SOURCE_FILE, nullptr, oldFile, nullptr, 0};
+    DiffSource b{DIFF_SOURCE_FILE, nullptr, newFile, nullptr, 0};
+    return diffTexts(&a, &b, true, nullptr, nullptr);
+}
+
+DiffResult* diffScriptFiles(const char* oldFile, const char* newFile, int* scriptLines,
+                            char*** script) {
+    DiffSource a{DIFF_SOURCE_FILE, nullptr, oldFile, nullptr, 0};
+    DiffSource b{DIFF_SOURCE_FILE, nullptr, newFile, nullptr, 0};
+    return diffTexts(&a, &b, false, scriptLines, script);
+}
+
+DiffResult* diffScriptStream(const char* oldFile, FILE* newStream, int32_t newCount,
+                             int* scriptLines, char*** script) {
+    DiffSource a{DIFF_SOURCE_FILE, nullptr, oldFile, nullptr, 0};
+    DiffSource b{DIFF_SOURCE_STREAM, nullptr, nullptr, newStream, newCount};
+    return diffTexts(&a, &b, false, scriptLines, script);
+}
+
+DiffResult* diffScriptStrings(const char* const* oldStrings, int32_t oldCount,
+                              const char* const* newStrings, int32_t newCount, int* scriptLines,
+                              char*** script) {
+    DiffSource a{DIFF_SOURCE_STRINGS, oldStrings, nullptr, nullptr, oldCount};
+    DiffSource b{DIFF_SOURCE_STRINGS, newStrings, nullptr, nullptr, newCount};
+    return diffTexts(&a, &b, false, scriptLines, script);
+}
+
+void freeDiffResult(DiffResult* result) {
+    if (!result)
+        return;
+    diffFreeTexts(result);
+    gen_free(result->oldLines);
+    gen_free(result->newLines);
+    gen_free(result->symbols);
+    gen_free(result->nodes);
+    gen_free(result);
+}
+
+void freeDiffScript(int scriptLines, char** script) {
+    if (!script)
+        return;
+    for (int k = 0; k < scriptLines; ++k)
+        gen_free(script[k]);
+    gen_free(script);
+}

@@ -1,0 +1,77 @@
+#include "diff_symbols.h"
+
+#include "indgen.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr int32_t kTableSizes[] = {1039,  3301,   6091,   9679,   13451,   19069,   33577,
+                                   65535, 131071, 262143, 524287, 1048575, 2097151, 16777215};
+
+// Texts are packed into blocks of this size, so that a text costs no allocation of its own;
+// a longer text gets a block to itself.
+constexpr size_t kTextBlockSize = 65536;
+
+char* storeText(DiffResult* result, DiffTextStore* store, const char* text, size_t length) {
+    size_t need = length + 1;
+    if (need > store->left) {
+        size_t size = need + sizeof(char*) > kTextBlockSize ? need + sizeof(char*) : kTextBlockSize;
+        char* block = static_cast<char*>(gen_alloc(size, 1));
+        std::memcpy(block, &result->textBlocks, sizeof(char*));
+        result->textBlocks = block;
+        store->cursor = block + sizeof(char*);
+        store->left = size - sizeof(char*);
+    }
+    char* copy = store->cursor;
+    std::memcpy(copy, text, length);
+    copy[length] = '\0';
+    store->cursor += need;
+    store->left -= need;
+    return copy;
+}
+
+} // namespace
+
+int32_t diffTableSize(int64_t lines) {
+    for (int32_t size : kTableSizes)
+        if (size > lines)
+            return size;
+    return 0;
+}
+
+int32_t diffHash(const char* text) {
+    uint32_t h = 0;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p)
+        h = diffHashStep(h, *p);
+    return diffHashFinish(h);
+}
+
+int32_t diffFindSymbol(DiffResult* result, DiffTextStore* store, const char* text, size_t length,
+                       int32_t hash) {
+    int32_t size = result->tableSize;
+    int32_t slot = hash % size;
+    for (;;) {
+        DiffSymbol* symbol = &result->symbols[slot];
+        if (symbol->hash == -1) {
+            symbol->hash = hash;
+            symbol->text = storeText(result, store, text, length);
+            return slot;
+        }
+        if (symbol->hash == hash && std::strcmp(symbol->text, text) == 0)
+            return slot;
+        if (++slot == size)
+            slot = 0;
+    }
+}
+
+void diffFreeTexts(DiffResult* result) {
+    char* block = result->textBlocks;
+    while (block) {
+        char* next;
+        std::memcpy(&next, block, sizeof(char*));
+        gen_free(block);
+        block = next;
+    }
+    result->textBlocks = nullptr;
+}

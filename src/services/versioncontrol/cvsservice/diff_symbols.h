@@ -1,0 +1,38 @@
+// The diff engine's table of distinct line texts: its sizes, the hash, open addressing, and the
+// blocks that hold the texts. Used by diff_engine.cpp only.
+#pragma once
+
+#include "diff_engine.h"
+
+#include <cstddef>
+#include <cstdint>
+
+// The table size for two texts of `lines` lines in all: the first size of the list that is
+// greater, so the table is never full. 0 when there is none (16777215 lines or more).
+int32_t diffTableSize(int64_t lines);
+
+// The hash of a line text: for each byte, unsigned, t = h + c in 32 bits and h = (t << 7) +
+// (t >> 23) with a logical shift; the result is h & 0x3fffffff.
+inline uint32_t diffHashStep(uint32_t h, unsigned char c) {
+    uint32_t t = h + c;
+    return (t << 7) + (t >> 23);
+}
+inline int32_t diffHashFinish(uint32_t h) {
+    return static_cast<int32_t>(h & 0x3fffffffu);
+}
+int32_t diffHash(const char* text);
+
+// Where the next text goes: the free part of the newest block of result->textBlocks.
+struct DiffTextStore {
+    char* cursor = nullptr;
+    size_t left = 0;
+};
+
+// The index of the symbol of `text` (`length` bytes, `hash` from diffHash): the slot of the
+// hash modulo the table size, then upwards with wrap-around to a free slot, which takes a copy
+// of the text, or to a slot with the same hash and text.
+int32_t diffFindSymbol(DiffResult* result, DiffTextStore* store, const char* text, size_t length,
+                       int32_t hash);
+
+// Releases the text blocks of `result`.
+void diffFreeTexts(DiffResult* result);
