@@ -277,6 +277,76 @@ TEST_F(DiffEngine, NearestOccurrenceChoosesByTheNeighbours) {
     freeDiffResult(r);
 }
 
+// Small texts, one letter per line, whose pairings were worked out by hand from the rules: the
+// partner of each line of B, crossings kept and then removed.
+struct PairingCase {
+    const char* rule;
+    const char* old;
+    const char* fresh;
+    std::vector<int32_t> kept, uncrossed;
+};
+
+class DiffPairingRules : public testing::TestWithParam<PairingCase> {};
+
+TEST_P(DiffPairingRules, PartnersAsWorkedOut) {
+    const PairingCase& c = GetParam();
+    Lines a, b;
+    for (const char* p = c.old; *p; ++p)
+        a.push_back(std::string(1, *p) + "\n");
+    for (const char* p = c.fresh; *p; ++p)
+        b.push_back(std::string(1, *p) + "\n");
+    std::vector<const char*> pa = pointers(a), pb = pointers(b);
+    DiffSource sa{DIFF_SOURCE_STRINGS, pa.data(), nullptr, nullptr, static_cast<int32_t>(a.size())};
+    DiffSource sb{DIFF_SOURCE_STRINGS, pb.data(), nullptr, nullptr, static_cast<int32_t>(b.size())};
+    for (bool uncrossing : {false, true}) {
+        DiffResult* r = diffTexts(&sa, &sb, uncrossing, nullptr, nullptr);
+        EXPECT_TRUE(consistent(r, a, b, uncrossing));
+        EXPECT_EQ(partners(r), uncrossing ? c.uncrossed : c.kept) << c.rule;
+        freeDiffResult(r);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    DiffEngine, DiffPairingRules,
+    testing::Values(
+        PairingCase{"unique in A but not in B is no anchor; the end pairs the last",
+                    "a",
+                    "aa",
+                    {0, 1},
+                    {0, 1}},
+        PairingCase{"forward extension from the first line", "xyy", "xy", {1, 2}, {1, 2}},
+        PairingCase{"remaining occurrences take the lowest; a tie drops the run met in B",
+                    "xyy",
+                    "yx",
+                    {2, 1},
+                    {0, 1}},
+        PairingCase{"the line where an extension stopped is not tried again",
+                    "ycbc",
+                    "ccy",
+                    {2, 0, 1},
+                    {0, 0, 1}},
+        PairingCase{"no paired line: the occurrence nearest to the start",
+                    "xyxy",
+                    "xxx",
+                    {1, 0, 3},
+                    {1, 0, 3}},
+        PairingCase{"extension again after uncrossing", "xy", "yxyx", {2, 1, 0, 0}, {0, 1, 2, 0}},
+        PairingCase{"the nearest walk passes lines between the anchors",
+                    "abcaxxdz",
+                    "xxbda",
+                    {5, 6, 2, 7, 1},
+                    {5, 6, 0, 7, 0}},
+        PairingCase{"an extension passes paired lines; prev_old is the partner before the stop",
+                    "xyyz",
+                    "xzxy",
+                    {1, 4, 0, 3},
+                    {1, 0, 0, 3}},
+        PairingCase{"next_old is looked for again behind the stop",
+                    "xzcyax",
+                    "zazyxd",
+                    {2, 5, 0, 4, 6, 0},
+                    {2, 0, 0, 4, 6, 0}}));
+
 TEST_F(DiffEngine, LastLineWithoutNewlineIsAnotherLine) {
     write(at("old"), "a\nb\nc");
     write(at("new"), "a\nb\nc\n");
