@@ -1,169 +1,56 @@
 #include "diff_engine.h"
 
+#include "diff_source.h"
 #include "diff_symbols.h"
-#include "gen_file.h"
 #include "indgen.h"
 
-#include <climits>
 #include <cstring>
 
 namespace {
 
-// ---- Sources and the line reader ----
+// ---- Loading ----
 
-constexpr int32_t kReaderStart = 512;
-// Files are read through a larger stdio buffer than the default page, to save system calls.
-constexpr size_t kFileBuffer = 65536;
+// Lines are looked up in batches: the first slots of a whole batch are fetched into the cache
+// ahead of the lookups, which then run in the order of the lines as before. On large texts the
+// table is far larger than the caches, and the lines' slots lie all over it.
+constexpr int kBatch = 16;
 
 void sayFailure(const char* text) {
     std::fputs(text, stdout);
     std::fflush(stdout);
 }
 
-// A text opened for loading.
-struct OpenText {
-    const DiffSource* source = nullptr;
-    FILE* file = nullptr;  // the stream lines come from (kinds 3 and 4)
-    bool ownsFile = false; // opened here (kind 3)
-    char* fileBuffer = nullptr;
-    int64_t count = 0; // lines to read
-};
-
-void closeText(OpenText* text) {
-    if (text->ownsFile && text->file)
-        std::fclose(text->file);
-    gen_free(text->fileBuffer);
-    *text = OpenText();
-}
-
-// Lines of a stream up to its end: its newlines, and one more for a last line without one.
-int64_t countLines(FILE* file) {
-    char block[16384];
-    int64_t lines = 0;
-    char last = '\n';
-    size_t got;
-    while ((got = std::fread(block, 1, sizeof block, file)) > 0) {
-        const char* end = block + got;
-        for (const char* p = block; p < end; ++p) {
-            p = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
-            if (!p)
-                break;
-            ++lines;
-        }
-        last = block[got - 1];
-    }
-    return last == '\n' ? lines : lines + 1;
-}
-
-// Opens a source and finds how many lines it has; false with the message said on failure.
-bool openText(const DiffSource* source, OpenText* text) {
-    text->source = source;
-    int kind = source ? source->kind : 0;
-    switch (kind) {
-    case DIFF_SOURCE_STRINGS:
-        text->count = source->strings && source->count > 0 ? source->count : 0;
-        return true;
-    case DIFF_SOURCE_FILE: {
-        const char* name = source->fileName ? source->fileName : "";
-        text->file = gen_fopen(name, "re");
-        if (!text->file) {
-            std::printf("Error opening file - %s\n", name);
-            std::fflush(stdout);
-            return false;
-        }
-        text->ownsFile = true;
-        text->fileBuffer = static_cast<char*>(gen_alloc(kFileBuffer, 1));
-        std::setvbuf(text->file, text->fileBuffer, _IOFBF, kFileBuffer);
-        text->count = countLines(text->file);
-        std::rewind(text->file);
-        return true;
-    }
-    case DIFF_SOURCE_STREAM:
-        text->file = source->stream;
-        text->count = source->stream && source->count > 0 ? source->count : 0;
-        return true;
-    default:
-        std::printf("Error - unknown file type %i\n", kind);
-        std::fflush(stdout);
-        return false;
-    }
-}
-
-// One buffer for the lines of a stream: 512 bytes at first, doubled whenever a line does not
-// fit. Its size is a 32-bit count like the line numbers, which bounds a line below 2 GiB.
-struct LineReader {
-    char* buffer = nullptr;
-    int32_t capacity = 0;
-};
-
-enum class ReadResult { line, end, too_long };
-
-// Reads one line with its newline into the reader's buffer, NUL-terminated, leaving out NUL
-// bytes, and hashes it on the way.
-ReadResult readLine(LineReader* reader, FILE* file, size_t* length, int32_t* hash) {
-    if (!reader->buffer) {
-        reader->capacity = kReaderStart;
-        reader->buffer = static_cast<char*>(gen_alloc(static_cast<size_t>(kReaderStart), 1));
-    }
-    char* buffer = reader->buffer;
-    size_t limit = static_cast<size_t>(reader->capacity) - 1; // room for the NUL
-    size_t n = 0;
-    uint32_t h = 0;
-    int c = EOF;
-    while ((c = getc_unlocked(file)) != EOF) {
-        if (c == 0)
-            continue;
-        if (n == limit) {
-            if (reader->capacity > INT32_MAX / 2)
-                return ReadResult::too_long;
-            reader->capacity *= 2;
-            reader->buffer = static_cast<char*>(
-                gen_realloc(reader->buffer, static_cast<size_t>(reader->capacity)));
-            buffer = reader->buffer;
-            limit = static_cast<size_t>(reader->capacity) - 1;
-        }
-        buffer[n++] = static_cast<char>(c);
-        h = diffHashStep(h, static_cast<unsigned char>(c));
-        if (c == '\n')
-            break;
-    }
-    if (n == 0 && c == EOF)
-        return ReadResult::end;
-    buffer[n] = '\0';
-    *length = n;
-    *hash = diffHashFinish(h);
-    return ReadResult::line;
-}
-
 // Reads the lines of `text` into `lines` (1-based) and counts them on their symbols; *n is the
 // number read. False with "Out of memory." said when a line is too long for the reader.
-bool loadText(DiffResult* result, DiffTextStore* store, LineReader* reader, OpenText* text,
-              DiffLine* lines, bool old, int32_t* n) {
-    int32_t count = static_cast<int32_t>(text->count);
+bool loadText(DiffResult* r, DiffTextStore* store, DiffText* text, DiffLine* lines, bool old,
+              int32_t* n) {
+    DiffTextLine batch[kBatch];
+    int32_t slots[kBatch];
+    DiffSlots table = diffSlots(r->tableSize);
     int32_t k = 0;
-    while (k < count) {
-        int32_t symbol;
-        if (text->source->kind == DIFF_SOURCE_STRINGS) {
-            const char* line = text->source->strings[k] ? text->source->strings[k] : "";
-            symbol = diffFindSymbol(result, store, line, std::strlen(line), diffHash(line));
-        } else {
-            size_t length = 0;
-            int32_t hash = 0;
-            ReadResult got = readLine(reader, text->file, &length, &hash);
-            if (got == ReadResult::end)
-                break;
-            if (got == ReadResult::too_long) {
-                sayFailure("Out of memory.");
-                return false;
-            }
-            symbol = diffFindSymbol(result, store, reader->buffer, length, hash);
+    for (;;) {
+        int got = 0;
+        DiffReadResult result = diffNextLines(text, batch, kBatch, &got);
+        if (result == DiffReadResult::too_long) {
+            sayFailure("Out of memory.");
+            return false;
         }
-        ++k;
-        if (old)
-            ++result->symbols[symbol].oldCount;
-        else
-            ++result->symbols[symbol].newCount;
-        lines[k].symbol = symbol;
+        if (result == DiffReadResult::end)
+            break;
+        for (int b = 0; b < got; ++b) {
+            slots[b] = diffFirstSlot(table, batch[b].hash);
+            __builtin_prefetch(&r->symbols[slots[b]]);
+        }
+        for (int b = 0; b < got; ++b) {
+            const DiffLine line = {
+                false, 0,
+                diffFindSymbol(r, store, batch[b].text, batch[b].length, batch[b].hash, slots[b])};
+            if (old)
+                ++r->symbols[line.symbol].oldCount;
+            else
+                ++r->symbols[line.symbol].newCount;
+            lines[++k] = line;
+        }
     }
     *n = k;
     return true;
@@ -531,28 +418,26 @@ DiffResult* diffTexts(const DiffSource* oldText, const DiffSource* newText, bool
         *scriptLines = 0;
         *script = nullptr;
     }
-    OpenText a, b;
-    if (!openText(oldText, &a))
+    DiffText a, b;
+    if (!diffOpenText(oldText, &a))
         return nullptr;
-    if (!openText(newText, &b)) {
-        closeText(&a);
+    if (!diffOpenText(newText, &b)) {
+        diffCloseText(&a);
         return nullptr;
     }
     int32_t tableSize = diffTableSize(a.count + b.count);
     if (tableSize == 0) {
         sayFailure("Out of memory in diff.\n");
-        closeText(&a);
-        closeText(&b);
+        diffCloseText(&a);
+        diffCloseText(&b);
         return nullptr;
     }
     DiffResult* r = newResult(tableSize, a.count, b.count);
     DiffTextStore store;
-    LineReader reader;
-    bool loaded = loadText(r, &store, &reader, &a, r->oldLines, true, &r->n_old) &&
-                  loadText(r, &store, &reader, &b, r->newLines, false, &r->n_new);
-    gen_free(reader.buffer);
-    closeText(&a);
-    closeText(&b);
+    bool loaded = loadText(r, &store, &a, r->oldLines, true, &r->n_old) &&
+                  loadText(r, &store, &b, r->newLines, false, &r->n_new);
+    diffCloseText(&a);
+    diffCloseText(&b);
     if (!loaded) {
         freeDiffResult(r);
         return nullptr;

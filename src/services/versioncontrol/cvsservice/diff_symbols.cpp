@@ -40,17 +40,17 @@ int32_t diffTableSize(int64_t lines) {
     return 0;
 }
 
-int32_t diffHash(const char* text) {
+int32_t diffHash(const char* text, size_t length) {
+    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
     uint32_t h = 0;
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p)
-        h = diffHashStep(h, *p);
+    for (size_t k = 0; k < length; ++k)
+        h = diffHashStep(h, bytes[k]);
     return diffHashFinish(h);
 }
 
 int32_t diffFindSymbol(DiffResult* result, DiffTextStore* store, const char* text, size_t length,
-                       int32_t hash) {
+                       int32_t hash, int32_t slot) {
     int32_t size = result->tableSize;
-    int32_t slot = hash % size;
     for (;;) {
         DiffSymbol* symbol = &result->symbols[slot];
         if (symbol->hash == -1) {
@@ -58,7 +58,8 @@ int32_t diffFindSymbol(DiffResult* result, DiffTextStore* store, const char* tex
             symbol->text = storeText(result, store, text, length);
             return slot;
         }
-        if (symbol->hash == hash && std::strcmp(symbol->text, text) == 0)
+        if (symbol->hash == hash && std::strncmp(symbol->text, text, length) == 0 &&
+            symbol->text[length] == '\0')
             return slot;
         if (++slot == size)
             slot = 0;
