@@ -8,54 +8,6 @@
 
 namespace {
 
-// ---- Loading ----
-
-// Lines are looked up in batches: the first slots of a whole batch are fetched into the cache
-// ahead of the lookups, which then run in the order of the lines as before. On large texts the
-// table is far larger than the caches, and the lines' slots lie all over it.
-constexpr int kBatch = 16;
-
-void sayFailure(const char* text) {
-    std::fputs(text, stdout);
-    std::fflush(stdout);
-}
-
-// Reads the lines of `text` into `lines` (1-based) and counts them on their symbols; *n is the
-// number read. False with "Out of memory." said when a line is too long for the reader.
-bool loadText(DiffResult* r, DiffTextStore* store, DiffText* text, DiffLine* lines, bool old,
-              int32_t* n) {
-    DiffTextLine batch[kBatch];
-    int32_t slots[kBatch];
-    DiffSlots table = diffSlots(r->tableSize);
-    int32_t k = 0;
-    for (;;) {
-        int got = 0;
-        DiffReadResult result = diffNextLines(text, batch, kBatch, &got);
-        if (result == DiffReadResult::too_long) {
-            sayFailure("Out of memory.");
-            return false;
-        }
-        if (result == DiffReadResult::end)
-            break;
-        for (int b = 0; b < got; ++b) {
-            slots[b] = diffFirstSlot(table, batch[b].hash);
-            __builtin_prefetch(&r->symbols[slots[b]]);
-        }
-        for (int b = 0; b < got; ++b) {
-            const DiffLine line = {
-                false, 0,
-                diffFindSymbol(r, store, batch[b].text, batch[b].length, batch[b].hash, slots[b])};
-            if (old)
-                ++r->symbols[line.symbol].oldCount;
-            else
-                ++r->symbols[line.symbol].newCount;
-            lines[++k] = line;
-        }
-    }
-    *n = k;
-    return true;
-}
-
 // ---- Occurrence lists ----
 
 // Takes line `i` of A out of its symbol's list.
@@ -105,6 +57,62 @@ void insertOccurrence(DiffResult* r, DiffSymbol* symbol, int32_t i) {
         at = r->nodes[at].next;
     } while (at != head);
     linkBefore(r, symbol, i, head); // the lowest: the end of the circle
+}
+
+// ---- Loading ----
+
+// Lines are looked up in batches: the first slots of a whole batch are fetched into the cache
+// ahead of the lookups, which then run in the order of the lines as before. On large texts the
+// table is far larger than the caches, and the lines' slots lie all over it.
+constexpr int kBatch = 16;
+
+void sayFailure(const char* text) {
+    std::fputs(text, stdout);
+    std::fflush(stdout);
+}
+
+// Reads the lines of `text` into `lines` (1-based) and counts them on their symbols; *n is the
+// number read. Lines of A also go to the head of their symbol's occurrence list, from line 1
+// up, so the lists run from the highest line down: the same lists as a walk over A after
+// loading, made while each symbol is in the cache anyway. False with "Out of memory." said when
+// a line is too long for the reader.
+bool loadText(DiffResult* r, DiffTextStore* store, DiffText* text, DiffLine* lines, bool old,
+              int32_t* n) {
+    DiffTextLine batch[kBatch];
+    int32_t slots[kBatch];
+    DiffSlots table = diffSlots(r->tableSize);
+    int32_t k = 0;
+    for (;;) {
+        int got = 0;
+        DiffReadResult result = diffNextLines(text, batch, kBatch, &got);
+        if (result == DiffReadResult::too_long) {
+            sayFailure("Out of memory.");
+            return false;
+        }
+        if (result == DiffReadResult::end)
+            break;
+        for (int b = 0; b < got; ++b) {
+            slots[b] = diffFirstSlot(table, batch[b].hash);
+            __builtin_prefetch(&r->symbols[slots[b]]);
+        }
+        for (int b = 0; b < got; ++b) {
+            const DiffLine line = {
+                false, 0,
+                diffFindSymbol(r, store, batch[b].text, batch[b].length, batch[b].hash, slots[b])};
+            DiffSymbol* symbol = &r->symbols[line.symbol];
+            lines[++k] = line;
+            if (old) {
+                ++symbol->oldCount;
+                r->nodes[k].line = k;
+                linkBefore(r, symbol, k, symbol->occurrences);
+                symbol->occurrences = k;
+            } else {
+                ++symbol->newCount;
+            }
+        }
+    }
+    *n = k;
+    return true;
 }
 
 // ---- Pairing ----
@@ -378,35 +386,32 @@ void writeScript(const DiffResult* r, int* scriptLines, char*** script) {
     }
 }
 
+// An array whose every entry the engine writes before it reads it. The large arrays are not
+// zeroed first: in a process that keeps large blocks in its heap, zeroing would be a second
+// pass over them.
+template <typename T> T* uninitialised(int64_t count) {
+    return static_cast<T*>(gen_realloc(nullptr, static_cast<size_t>(count) * sizeof(T)));
+}
+
 DiffResult* newResult(int32_t tableSize, int64_t oldCount, int64_t newCount) {
     DiffResult* r = static_cast<DiffResult*>(gen_alloc(1, sizeof(DiffResult)));
     r->tableSize = tableSize;
-    r->symbols =
-        static_cast<DiffSymbol*>(gen_alloc(static_cast<size_t>(tableSize), sizeof(DiffSymbol)));
+    r->symbols = uninitialised<DiffSymbol>(tableSize);
     for (int32_t s = 0; s < tableSize; ++s)
-        r->symbols[s].hash = -1;
-    r->oldLines =
-        static_cast<DiffLine*>(gen_alloc(static_cast<size_t>(oldCount) + 2, sizeof(DiffLine)));
-    r->newLines =
-        static_cast<DiffLine*>(gen_alloc(static_cast<size_t>(newCount) + 2, sizeof(DiffLine)));
+        r->symbols[s] = DiffSymbol{-1, 0, nullptr, 0, 0};
+    r->oldLines = uninitialised<DiffLine>(oldCount + 2);
+    r->newLines = uninitialised<DiffLine>(newCount + 2);
+    r->oldLines[0] = r->newLines[0] = DiffLine{false, 0, -1};
+    r->nodes = uninitialised<DiffNode>(oldCount + 1);
+    r->nodes[0] = DiffNode{0, 0, 0};
     return r;
 }
 
-// The closing entries, paired with each other, and the occurrence lists: A from line 1 up,
-// each line put at the head of its symbol's list, so the lists run from the highest line down.
-void finishLoading(DiffResult* r) {
+// The closing entries, paired with each other.
+void closeTexts(DiffResult* r) {
     int32_t endOld = r->n_old + 1, endNew = r->n_new + 1;
     r->oldLines[endOld] = DiffLine{true, endNew, -1};
     r->newLines[endNew] = DiffLine{true, endOld, -1};
-    r->nodes =
-        static_cast<DiffNode*>(gen_alloc(static_cast<size_t>(r->n_old) + 1, sizeof(DiffNode)));
-    for (int32_t i = 1; i <= r->n_old; ++i) {
-        DiffSymbol* symbol = &r->symbols[r->oldLines[i].symbol];
-        r->nodes[i].line = i;
-        int32_t head = symbol->occurrences;
-        linkBefore(r, symbol, i, head);
-        symbol->occurrences = i;
-    }
 }
 
 } // namespace
@@ -442,7 +447,7 @@ DiffResult* diffTexts(const DiffSource* oldText, const DiffSource* newText, bool
         freeDiffResult(r);
         return nullptr;
     }
-    finishLoading(r);
+    closeTexts(r);
 
     uniqueLines(r);
     extendForward(r);

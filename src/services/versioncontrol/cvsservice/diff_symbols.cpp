@@ -2,6 +2,7 @@
 
 #include "indgen.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -9,14 +10,18 @@ namespace {
 constexpr int32_t kTableSizes[] = {1039,  3301,   6091,   9679,   13451,   19069,   33577,
                                    65535, 131071, 262143, 524287, 1048575, 2097151, 16777215};
 
-// Texts are packed into blocks of this size, so that a text costs no allocation of its own;
-// a longer text gets a block to itself.
-constexpr size_t kTextBlockSize = 65536;
+// Texts are packed into blocks, so that a text costs no allocation of its own: 64 KiB at first,
+// each block twice the one before up to 4 MiB, so that large texts need few of them; a longer
+// text gets a block to itself.
+constexpr size_t kFirstTextBlock = 65536, kLargestTextBlock = 4194304;
 
 char* storeText(DiffResult* result, DiffTextStore* store, const char* text, size_t length) {
     size_t need = length + 1;
     if (need > store->left) {
-        size_t size = need + sizeof(char*) > kTextBlockSize ? need + sizeof(char*) : kTextBlockSize;
+        store->blockSize = store->blockSize == 0
+                               ? kFirstTextBlock
+                               : std::min(2 * store->blockSize, kLargestTextBlock);
+        size_t size = std::max(store->blockSize, need + sizeof(char*));
         char* block = static_cast<char*>(gen_alloc(size, 1));
         std::memcpy(block, &result->textBlocks, sizeof(char*));
         result->textBlocks = block;

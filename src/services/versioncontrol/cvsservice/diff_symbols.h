@@ -42,6 +42,7 @@ inline int32_t diffFirstSlot(DiffSlots slots, int32_t hash) {
 struct DiffTextStore {
     char* cursor = nullptr;
     size_t left = 0;
+    size_t blockSize = 0; // of the newest block
 };
 
 // The index of the symbol of `text` (`length` bytes without NUL, not NUL-terminated; `hash` from
