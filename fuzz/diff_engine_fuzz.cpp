@@ -166,8 +166,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
          ("diff_engine_fuzz_" + std::to_string(plat_current_process_id())))
             .string();
     if (options & 1) {
-        std::ofstream(oldFile, std::ios::binary).write(reinterpret_cast<const char*>(rest),
-                                                       static_cast<std::streamsize>(split));
+        std::ofstream(oldFile, std::ios::binary)
+            .write(reinterpret_cast<const char*>(rest), static_cast<std::streamsize>(split));
         oldText = DiffSource{DIFF_SOURCE_FILE, nullptr, oldFile.c_str(), nullptr, 0};
     }
     FILE* stream = nullptr;
@@ -189,5 +189,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     freeDiffResult(r);
     if (stream)
         std::fclose(stream);
+    if (options & 1)
+        std::filesystem::remove(oldFile);
     return 0;
 }

@@ -177,8 +177,9 @@ void extendBackward(DiffResult* r) {
     }
 }
 
-// Extends forward from paired line j, passing lines that are paired already, and gives the
-// first line of B that stays unpaired, or n_new + 1 at the end of B.
+// Extends forward from paired line j by the forward rule and gives the first line of B that
+// stays unpaired, or n_new + 1 at the end of B. A line paired already doesn't end the run: the
+// rule goes on from it, as the forward pass would, so the stop is always an unpaired line.
 int32_t extendRun(DiffResult* r, int32_t j) {
     for (int32_t k = j; k < r->n_new; ++k)
         if (!r->newLines[k + 1].paired && !stepForward(r, k))

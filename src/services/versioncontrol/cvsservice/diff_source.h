@@ -19,7 +19,8 @@ struct DiffTextLine {
 
 // A source opened for reading. Files are read in blocks; a line is handed out where it lies in
 // the block, and one that runs past the end of a block is put together in the line buffer (512
-// bytes at first, doubled whenever a line doesn't fit), as are the lines of a stream.
+// bytes at first, doubled whenever a line doesn't fit, up to 1 GiB: its size is a 32-bit count
+// like the line numbers), as are the lines of a stream.
 struct DiffText {
     int kind = 0;
     const char* const* strings = nullptr; // kind 2
@@ -34,8 +35,6 @@ struct DiffText {
     int32_t lineCapacity = 0;
 };
 
-// Lines are hashed as they are read: finding a line's end and hashing it is one walk over it.
-
 // Opens `source` and finds its number of lines: given for kinds 2 and 4, counted by reading the
 // file for kind 3. False on failure, after saying "Error opening file - %s\n" or "Error -
 // unknown file type %i\n" on standard output; the text then holds nothing.
@@ -44,6 +43,7 @@ bool diffOpenText(const DiffSource* source, DiffText* text);
 void diffCloseText(DiffText* text);
 
 enum class DiffReadResult { lines, end, too_long };
-// Hands out up to `max` next lines into `out` (*got of them), never more than the count. `end`
-// when there are none left; `too_long` when a line does not fit the largest line buffer (2 GiB).
+// Hands out up to `max` next lines into `out` (*got of them), never more than the count, each
+// hashed as it is read: finding a line's end and hashing it is one walk over its bytes. `end`
+// when there are none left; `too_long` when a line does not fit the largest line buffer (1 GiB).
 DiffReadResult diffNextLines(DiffText* text, DiffTextLine* out, int max, int* got);
