@@ -94,7 +94,13 @@ std::string_view nextComponent(std::string_view path, size_t* pos, bool* last) {
 CheckoutItem::CheckoutItem(uint32_t type, const ut_string& directory, const ut_string& filename,
                            const ut_string& local_version, const ut_string& tag)
     : _type(type), _filename(filename), _local_version(local_version), _tag(tag),
-      _directory(directory), shown_path(joinShown(directory, filename)) {}
+      _directory(directory) {}
+
+const ut_string& CheckoutItem::shownPath() const {
+    if (shown_path.isNull())
+        shown_path = joinShown(shown_directory.isNull() ? _directory : shown_directory, _filename);
+    return shown_path;
+}
 
 bool CheckoutItem::placedUnderVCAdded() {
     if (_type != NotUnderVC)
@@ -192,8 +198,8 @@ int compareItemsByTag(const CheckoutItem& a, const CheckoutItem& b, bool ascendi
 }
 
 int compareItemsByPath(const CheckoutItem& a, const CheckoutItem& b, bool ascending) {
-    std::string_view pa = view(a.shown_path);
-    std::string_view pb = view(b.shown_path);
+    std::string_view pa = view(a.shownPath());
+    std::string_view pb = view(b.shownPath());
     size_t posA = 0;
     size_t posB = 0;
     for (;;) {
@@ -288,7 +294,6 @@ CheckoutInfoRecord CheckoutInfo::wireRecord() const {
     record._num_items = _num_items;
     record._items = static_cast<CheckoutItemRecord*>(
         gen_alloc(static_cast<size_t>(_num_items), sizeof(CheckoutItemRecord)));
-    static char empty[] = "";
     for (int32_t i = 0; i < _num_items; ++i) {
         const CheckoutItem& item = _items[i];
         CheckoutItemRecord& out = record._items[i];
@@ -296,7 +301,7 @@ CheckoutInfoRecord CheckoutInfo::wireRecord() const {
         out._filename = const_cast<char*>(item._filename.c_str());
         out._local_version = const_cast<char*>(item._local_version.c_str());
         out._tag = const_cast<char*>(item._tag.c_str());
-        out._locked_by = empty;
+        out._locked_by = const_cast<char*>("");
         out._directory = const_cast<char*>(item._directory.c_str());
     }
     return record;

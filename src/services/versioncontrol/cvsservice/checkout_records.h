@@ -52,13 +52,18 @@ struct CheckoutItem {
     ut_string _directory;     // absolute directory that holds the file
 
     bool marked = false;
-    ut_string shown_path;      // shown_directory (or _directory) joined with _filename
+    // shown_directory (or _directory while it is null) joined with _filename. Made when first
+    // asked for, through shownPath() or setRoot, rather than with the item: the service never
+    // reads it, and a report of 100,000 files would carry some 10 MB of such paths.
+    mutable ut_string shown_path;
     ut_string shown_directory; // null until setRoot; while null, _directory serves
 
     CheckoutItem() = default;
-    // An item with shown_path made from `directory` and `filename`.
     CheckoutItem(uint32_t type, const ut_string& directory, const ut_string& filename,
                  const ut_string& local_version, const ut_string& tag);
+
+    // shown_path, made first if it is still null.
+    const ut_string& shownPath() const;
 
     // State changes after something happened to the file. Each gives true if it changed the
     // item.

@@ -43,7 +43,7 @@ CheckoutItem leftoverItem(MString* warnings, std::string_view path, uint32_t typ
              "remotely added.\nMarking file \"",
              text.c_str(), "\" as unknown.\n");
     }
-    static const ut_string notApplicable("N/A");
+    const ut_string notApplicable("N/A");
     return CheckoutItem(itemType, directory, filename, notApplicable, notApplicable);
 }
 

@@ -32,7 +32,7 @@ int wordIndex(const char* p, const char* const* names, int count) {
 }
 
 // Takes the directories at the front of the queue until one holds a regular file CVS/Entries,
-// and gives it (removed from the queue); null when the queue runs out.
+// and gives it (removed from the queue); false when the queue runs out.
 bool takeNextStep(CheckoutWalk* walk, ut_string* dir) {
     while (!walk->scan_queue.empty()) {
         ut_string candidate = std::move(walk->scan_queue.front());
@@ -68,8 +68,10 @@ template <typename OnEntry> bool listDirectory(const char* dir, OnEntry onEntry)
     return true;
 }
 
-// The item of a file that has an entry, by the first rule that matches.
-CheckoutItem itemOfEntry(const ut_string& dir, const ut_string& path, const CVSEntry& entry) {
+// The item of a file that has an entry, by the first rule that matches. `head` is a shared
+// "HEAD", which most entries' tags are: the items share its text instead of one copy each.
+CheckoutItem itemOfEntry(const ut_string& dir, const ut_string& path, const CVSEntry& entry,
+                         const ut_string& head) {
     uint32_t type = NoChanges;
     if (entry.new_)
         type = LocallyAdded;
@@ -79,7 +81,7 @@ CheckoutItem itemOfEntry(const ut_string& dir, const ut_string& path, const CVSE
              fileNewerThanEntry(path.c_str(), entry.date.c_str()))
         type = LocallyModified;
     // A new entry's version already reads "New File".
-    return CheckoutItem(type, dir, entry.name, entry.version, entry.tag);
+    return CheckoutItem(type, dir, entry.name, entry.version, entry.tag == head ? head : entry.tag);
 }
 
 } // namespace
@@ -128,7 +130,8 @@ bool visitReportItems(CheckoutWalk* walk) {
     const CVSEntriesFile::EntryMap& entries = image->entriesMap();
     // Entries whose file the listing showed; the others name files that are not on disk.
     std::unordered_set<const CVSEntry*> onDisk;
-    static const ut_string notApplicable("N/A");
+    const ut_string notApplicable("N/A");
+    const ut_string head("HEAD");
     listDirectory(dir.c_str(), [&](const char* name, const ut_string& path, bool isDirectory) {
         if (isDirectory) {
             walk->scan_queue.push_front(path);
@@ -141,13 +144,13 @@ bool visitReportItems(CheckoutWalk* walk) {
             return;
         }
         onDisk.insert(found->second.get());
-        walk->local_items.push_back(itemOfEntry(dir, path, *found->second));
+        walk->local_items.push_back(itemOfEntry(dir, path, *found->second, head));
     });
     for (const auto& [name, entry] : entries) {
         if (onDisk.count(entry.get()))
             continue;
         walk->local_items.emplace_back(entry->removed ? LocallyRemoved : Unknown, dir, entry->name,
-                                       entry->version, entry->tag);
+                                       entry->version, entry->tag == head ? head : entry->tag);
     }
     return true;
 }

@@ -60,13 +60,34 @@ const Row kTrailingRows[] = {
 constexpr const char kRcsFile[] = "RCS file: ";
 constexpr const char kMerging[] = "Merging differences between ";
 
+// The searches below read only as far as what they look for. A checking run-time's strchr and
+// strstr may measure all the rest of the output first, which makes every line cost the whole
+// output.
+
 bool beginsWith(const char* line, const char* text) {
-    return std::strncmp(line, text, std::strlen(text)) == 0;
+    while (*text && *line == *text)
+        ++line, ++text;
+    return *text == '\0';
+}
+
+// The first occurrence of `text` (not empty) at or after `from`, or null.
+const char* findText(const char* from, const char* text) {
+    for (; *from; ++from)
+        if (*from == *text && beginsWith(from, text))
+            return from;
+    return nullptr;
+}
+
+// The newline that ends the line at `line`, or null.
+const char* lineEnd(const char* line) {
+    while (*line && *line != '\n')
+        ++line;
+    return *line ? line : nullptr;
 }
 
 // The start of the line behind `line`, or null when `line` has no newline.
 const char* lineAfter(const char* line) {
-    const char* newline = std::strchr(line, '\n');
+    const char* newline = lineEnd(line);
     return newline ? newline + 1 : nullptr;
 }
 
@@ -84,7 +105,7 @@ bool matchQuotedRemark(const char* line, const QuotedRemark& remark, ut_string* 
     if (!beginsWith(line, remark.prefix))
         return false;
     const char* start = line + std::strlen(remark.prefix);
-    const char* newline = std::strchr(start, '\n');
+    const char* newline = lineEnd(start);
     size_t tailLength = std::strlen(remark.tail);
     if (!newline || static_cast<size_t>(newline - start) < tailLength ||
         std::strncmp(newline - tailLength, remark.tail, tailLength) != 0)
@@ -104,7 +125,7 @@ const Row* findRow(const char* line, const Row* rows, size_t count) {
 
 ut_string extractBetween(const char* line, const char* prefix, const char* marker) {
     const char* start = line + std::strlen(prefix);
-    const char* end = std::strstr(start, marker);
+    const char* end = *marker ? findText(start, marker) : start;
     if (!end)
         return ut_string("");
     return ut_string(start, static_cast<int>(end - start));
@@ -141,7 +162,7 @@ bool parseUpdateOutput(const char* text, const char* dir, bool update_mode, cons
                 return makeRecord(line, dir, quotedName, RemotelyRemoved, next, record);
         } else if (!row && beginsWith(line, kRcsFile)) {
             // A merge: its outcome is the line right behind the next "Merging differences".
-            const char* merging = std::strstr(line, kMerging);
+            const char* merging = findText(line, kMerging);
             if (merging) {
                 const char* outcome = lineAfter(merging);
                 if (!outcome || !*outcome)

@@ -46,7 +46,7 @@ std::string describeReport(const CheckoutInfo& info, const std::string& root,
         EXPECT_TRUE(leftovers.empty()) << "an entry behind the paths only cvs knows";
         while (rank < walkOrder.size() && walkOrder[rank] != item._directory.c_str())
             ++rank;
-        EXPECT_LT(rank, walkOrder.size()) << "out of walk order: " << item.shown_path.c_str();
+        EXPECT_LT(rank, walkOrder.size()) << "out of walk order: " << item.shownPath().c_str();
         entries.push_back(&item);
     }
     std::stable_sort(entries.begin(), entries.end(), [](auto* a, auto* b) {

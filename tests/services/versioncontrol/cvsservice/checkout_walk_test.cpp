@@ -213,12 +213,4 @@ TEST(CheckoutWalkDates, EntryDatesAndFileTimesFieldByField) {
     EXPECT_FALSE(fileNewerThanEntry(folder.at("missing.c").c_str(), "Thu Jan  1 00:00:00 1970"));
 }
 
-TEST(CheckoutWalkPaths, OneSpellingForBothSides) {
-    EXPECT_STREQ(localPathOf("/co", "sub/x.c").c_str(), "/co/sub/x.c");
-    EXPECT_STREQ(localPathOf("/co/", "x.c").c_str(), "/co/x.c");
-    EXPECT_STREQ(localPathOf("/co", "").c_str(), "/co/");
-    EXPECT_STREQ(localPathOf("/co", "a\\b:c").c_str(), "/co/a\\b:c");
-    EXPECT_STREQ(localPathOf(nullptr, "x").c_str(), "/x");
-}
-
 } // namespace

@@ -123,10 +123,4 @@ TEST(UpdateParser, LongRunsOfPassedOverLinesCostNoStack) {
     EXPECT_TRUE(describeRecords(text, false).ends_with("1700 \"/w/x.c\"\n1200 \"/w/end.c\"\n"));
 }
 
-TEST(UpdateParser, ExtractBetweenLooksThroughTheRestOfTheText) {
-    EXPECT_STREQ(extractBetween("? a b\nc", "? ", "\n").c_str(), "a b");
-    EXPECT_STREQ(extractBetween("X a\nb END", "X ", " END").c_str(), "a\nb");
-    EXPECT_STREQ(extractBetween("X a", "X ", "\n").c_str(), "");
-}
-
 } // namespace
