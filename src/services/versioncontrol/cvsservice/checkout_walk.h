@@ -27,9 +27,10 @@
 // here, so they agree byte for byte. A null side counts as empty.
 ut_string localPathOf(const char* dir, const char* name);
 
-// The CVS/Entries image of one visited directory, with that directory as the walk spelled it
-// (the image's own directory() would give the same path back through gen_dirname, which also
-// cuts at `:`).
+// The CVS/Entries image of one visited directory, with that directory as the walk spelled it.
+// The merge joins entry names to this text, so that they meet the parser's paths byte for byte;
+// the image's directory() derives it back from the Entries path through gen_dirname, which
+// also takes `:` and `\` for separators and drops a final `/`.
 struct EntriesRead {
     ut_string directory;
     std::unique_ptr<CVSEntriesFile> image; // frozen
