@@ -16,9 +16,13 @@ bool readGroupFile(Group* group, const char* path) {
     if (path == nullptr)
         return false;
     ut_options_database db(group->getName());
-    if (!db.read(path))
-        return true;
-    if (const ut_options_group* block = db.find_child("Bool")) {
+    if (db.read(path))
+        takeGroupFileValues(group, db);
+    return true;
+}
+
+void takeGroupFileValues(Group* group, const ut_options_group& root) {
+    if (const ut_options_group* block = root.find_child("Bool")) {
         for (int i = 0; i < block->attribute_count(); ++i) {
             const ut_options_attribute& a = block->attribute(i);
             int32_t value = a.asNumber();
@@ -26,22 +30,19 @@ bool readGroupFile(Group* group, const char* path) {
                 group->setBool(a.name.c_str(), value == 1, false);
         }
     }
-    if (const ut_options_group* block = db.find_child("Int32"))
+    if (const ut_options_group* block = root.find_child("Int32"))
         for (int i = 0; i < block->attribute_count(); ++i)
             group->setInt32(block->attribute(i).name.c_str(), block->attribute(i).asNumber(),
                             false);
-    if (const ut_options_group* block = db.find_child("String")) {
-        for (int i = 0; i < block->attribute_count(); ++i) {
-            const ut_options_attribute& a = block->attribute(i);
-            if (const char* value = a.asString())
-                group->setString(a.name.c_str(), value, false);
-        }
-    }
-    if (const ut_options_group* block = db.find_child("StringList"))
+    // An item of another type reads as no string, which a group keeps as an empty one.
+    if (const ut_options_group* block = root.find_child("String"))
+        for (int i = 0; i < block->attribute_count(); ++i)
+            group->setString(block->attribute(i).name.c_str(), block->attribute(i).asString(),
+                             false);
+    if (const ut_options_group* block = root.find_child("StringList"))
         for (int i = 0; i < block->attribute_count(); ++i)
             group->setStringList(block->attribute(i).name.c_str(),
                                  block->attribute(i).asStrings(), false);
-    return true;
 }
 
 char* defaultGroupFile(const char* group) {
