@@ -4,6 +4,7 @@
 #include "indgen.h"
 #include "servicerouter_proxy.h"
 #include "svc_eventloop.h"
+#include "whiteboard_files.h"
 #include "whiteboard_server.h"
 #include "whiteboard_store.h"
 
@@ -18,8 +19,9 @@ const char* kUsage =
     "  -stay   keep serving when the last client has gone, until the router goes; without it\n"
     "          the service leaves once it has served a client and none is left\n"
     "  -sr_log FILE   log every message of every connection\n"
-    "Groups registered with use_disk, and without a file name, are kept in\n"
-    "$XDG_CONFIG_HOME/ORT/WhiteBoard/<group>.wbd ($HOME/.config without XDG_CONFIG_HOME).\n";
+    "The WhiteBoard folder is $XDG_CONFIG_HOME/ORT/WhiteBoard ($HOME/.config without\n"
+    "XDG_CONFIG_HOME). Every <group>.wbd there is read at start and kept up to date; a group\n"
+    "that a client registers with use_disk and no file name gets its file there.\n";
 
 // The exit test without -stay: it has served, and nobody is connected now.
 bool servedAndAlone() {
@@ -68,6 +70,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     WhiteBoardStore store;
+    store.loadDirectory(whiteBoardDirectory());
     // Made before the router connection so that "WhiteBoard" is in the opening list of names.
     new WhiteBoardServiceFactory(&store); // lives to the end of the process
     if (!createGlobalServiceRouterProxy(stay, &argc, argv, nullptr, false, nullptr, false, false))

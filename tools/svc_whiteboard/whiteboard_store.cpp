@@ -2,6 +2,8 @@
 #include "whiteboard_store.h"
 
 #include "durable_file.h"
+#include "gen_file.h"
+#include "gen_path.h"
 #include "gen_string.h"
 #include "group_files.h"
 #include "indgen.h"
@@ -64,6 +66,23 @@ void WhiteBoardStore::registerGroup(WhiteBoardPeer* from, const char* group, boo
         gen_error("group \"%s\": the file %s cannot be read; it is left as it is and the "
                   "group's changes are not written to it",
                   kept.values->getName(), kept.file.c_str());
+    }
+}
+
+void WhiteBoardStore::loadDirectory(const char* dir) {
+    GenDir listing;
+    if (dir == nullptr || !gen_dir_open(&listing, dir))
+        return;
+    gen_dir_options(&listing, true, true, false);
+    std::vector<std::string> files;
+    while (const char* name = gen_dir_next(&listing))
+        if (name[0] != '.' && gen_has_extension(name, "wbd"))
+            files.push_back(listing.entryPath);
+    gen_dir_close(&listing);
+    for (const std::string& file : files) {
+        char* group = gen_set_extension(gen_basename(file.c_str()), nullptr);
+        registerGroup(nullptr, group, false, true, file.c_str());
+        gen_free(group);
     }
 }
 

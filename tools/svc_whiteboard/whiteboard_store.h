@@ -18,8 +18,7 @@ public:
     virtual void tellBool(const char* group, const char* name, bool value) = 0;
     virtual void tellInt32(const char* group, const char* name, int32_t value) = 0;
     virtual void tellString(const char* group, const char* name, const char* value) = 0;
-    virtual void tellStringList(const char* group, const char* name,
-                                const WBStringList& value) = 0;
+    virtual void tellStringList(const char* group, const char* name, const WBStringList& value) = 0;
     virtual void tellDelete(const char* group, const char* name, int32_t type) = 0;
 };
 
@@ -44,14 +43,17 @@ public:
                        const char* file);
     void changeBool(WhiteBoardPeer* from, const char* group, const char* name, bool value);
     void changeInt32(WhiteBoardPeer* from, const char* group, const char* name, int32_t value);
-    void changeString(WhiteBoardPeer* from, const char* group, const char* name,
-                      const char* value);
+    void changeString(WhiteBoardPeer* from, const char* group, const char* name, const char* value);
     void changeStringList(WhiteBoardPeer* from, const char* group, const char* name,
                           const WBStringList& value);
     void deleteName(WhiteBoardPeer* from, const char* group, const char* name, int32_t type);
     // Writes the group to `file` (a full path), or to its own or default file when null. False
     // for an unknown group, a file known to be broken, or a failed write (reported).
     bool saveGroup(const char* group, const char* file);
+
+    // Every "<group>.wbd" in `dir` becomes a group kept in that file, read now: the groups a
+    // user keeps in the WhiteBoard folder are there before any client asks.
+    void loadDirectory(const char* dir);
 
     // Null when there is no such group.
     const Group* findGroup(const char* group) const;

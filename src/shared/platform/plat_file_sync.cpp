@@ -19,7 +19,8 @@ int plat_rename_replace(const char* from, const char* to) {
         return -1;
     const char* slash = std::strrchr(to, '/');
     std::string dir = slash == nullptr ? "." : slash == to ? "/" : std::string(to, slash);
-    int fd = plat_retry_eintr([&] { return open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    int fd =
+        plat_retry_eintr([&] { return open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
     if (fd < 0)
         return -1;
     int result = plat_fsync(fd);

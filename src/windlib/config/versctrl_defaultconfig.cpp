@@ -63,13 +63,12 @@ const ConfigKeyRow kKeyRows[] = {
     {"dontusevc", CFG_BOOL, &g_dontusevc, true, nullptr, 0, false, false},
     {"versioncontroltype", CFG_ENUM, &g_versioncontroltype, true, "Auto Detect", 0, false, true},
     {"Versctrl_CVSPath", CFG_STRING, &g_cvsPath, true, "cvs.exe", 0, true, true},
-    {"Versctrl_CVSTimeLimit", CFG_INT, &g_timeLimitSeconds, true, nullptr,
-     kDefaultTimeLimitSeconds, false, true},
+    {"Versctrl_CVSTimeLimit", CFG_INT, &g_timeLimitSeconds, true, nullptr, kDefaultTimeLimitSeconds,
+     false, true},
     {"Versctrl_TVCAutoCheckout", CFG_BOOL, &g_tvcAutoCheckout, true, nullptr, 0, false, true},
     {"Versctrl_RCSPath", CFG_STRING, &g_rcsPath, true, "rcs.exe", 0, true, true},
     {"Versctrl_RCSAutoCheckout", CFG_BOOL, &g_rcsAutoCheckout, true, nullptr, 0, false, true},
-    {"Versctrl_ClearCasePath", CFG_STRING, &g_clearCasePath, true, "cleartool.exe", 0, true,
-     true},
+    {"Versctrl_ClearCasePath", CFG_STRING, &g_clearCasePath, true, "cleartool.exe", 0, true, true},
     {"Versctrl_ClearCaseAutoCheckout", CFG_BOOL, &g_clearCaseAutoCheckout, true, nullptr, 0, false,
      true},
     {"Versctrl_SourceSafePath", CFG_STRING, &g_sourceSafePath, true, "ss.exe", 0, true, true},
@@ -82,8 +81,7 @@ const ConfigKeyRow kKeyRows[] = {
     {"Versctrl_PVCSDatabase", CFG_STRING, &g_pvcsDatabase, true, "", 0, false, true},
     {"Versctrl_PVCSRoot", CFG_STRING, &g_pvcsRoot, true, "", 0, false, true},
     {"Versctrl_CustomPath", CFG_STRING, &g_customPath, true, "", 0, true, true},
-    {"Versctrl_CustomAutoCheckout", CFG_BOOL, &g_customAutoCheckout, true, nullptr, 0, false,
-     true},
+    {"Versctrl_CustomAutoCheckout", CFG_BOOL, &g_customAutoCheckout, true, nullptr, 0, false, true},
     {"vc_undervc", CFG_STRING, &g_vc_undervc, true, "", 0, false, true},
     {"vc_co", CFG_STRING, &g_vc_co, true, "", 0, false, true},
     {"vc_get", CFG_STRING, &g_vc_get, true, "", 0, false, true},
@@ -110,9 +108,9 @@ struct TypeCode {
     const char* value;
     int32_t code;
 };
-constexpr TypeCode kTypeCodes[] = {{"TVC", 0},        {"CVS", 1},    {"ClearCase", 2},
-                                   {"PVCS", 3},       {"RCS", 4},    {"AutoDetect", 5},
-                                   {"Custom", 7},     {"SourceSafe", 8}, {"Disable", 9}};
+constexpr TypeCode kTypeCodes[] = {{"TVC", 0},    {"CVS", 1},        {"ClearCase", 2},
+                                   {"PVCS", 3},   {"RCS", 4},        {"AutoDetect", 5},
+                                   {"Custom", 7}, {"SourceSafe", 8}, {"Disable", 9}};
 
 void setMirrorString(const ConfigKeyRow& row, char* value) {
     char** mirror = static_cast<char**>(row.mirror);
@@ -152,8 +150,8 @@ Versctrl_DefaultConfig::Versctrl_DefaultConfig() : DefaultConfig(CFG_WBD) {
             *static_cast<int32_t*>(row->mirror) = row->numberDefault;
             break;
         default: {
-            char* value = row->exeRule ? applyExeRule(row->stringDefault)
-                                       : gen_strdup(row->stringDefault);
+            char* value =
+                row->exeRule ? applyExeRule(row->stringDefault) : gen_strdup(row->stringDefault);
             registerStringDefault(group, row->name, value);
             setMirrorString(*row, value);
         }

@@ -176,8 +176,7 @@ bool WhiteBoard::setInt32Value(const char* group, const char* name, int32_t valu
     return status.ok();
 }
 
-bool WhiteBoard::setStringValue(const char* group, const char* name, const char* value,
-                                bool send) {
+bool WhiteBoard::setStringValue(const char* group, const char* name, const char* value, bool send) {
     ut_string present;
     if (getStringValue(group, name, &present) && present == key(value))
         return true;
@@ -192,8 +191,8 @@ bool WhiteBoard::setStringValue(const char* group, const char* name, const char*
     return status.ok();
 }
 
-bool WhiteBoard::setStringListValue(const char* group, const char* name,
-                                    const WBStringList& value, bool send) {
+bool WhiteBoard::setStringListValue(const char* group, const char* name, const WBStringList& value,
+                                    bool send) {
     WBStringList present;
     if (getStringListValue(group, name, &present) && present == value)
         return true;
@@ -330,8 +329,8 @@ void WhiteBoard::Changes(const WhiteBoardNumberInfoArray& bool_info_array,
         SetInt32Value(int32_info_array._info[i]);
     for (int32_t i = 0; i < stp_count(string_info_array._info, string_info_array._count); ++i)
         SetStringValue(string_info_array._info[i]);
-    for (int32_t i = 0;
-         i < stp_count(stringlist_info_array._info, stringlist_info_array._count); ++i)
+    for (int32_t i = 0; i < stp_count(stringlist_info_array._info, stringlist_info_array._count);
+         ++i)
         SetStringListValue(stringlist_info_array._info[i]);
     changes_received = true;
 }

@@ -41,8 +41,8 @@ void takeGroupFileValues(Group* group, const ut_options_group& root) {
                              false);
     if (const ut_options_group* block = root.find_child("StringList"))
         for (int i = 0; i < block->attribute_count(); ++i)
-            group->setStringList(block->attribute(i).name.c_str(),
-                                 block->attribute(i).asStrings(), false);
+            group->setStringList(block->attribute(i).name.c_str(), block->attribute(i).asStrings(),
+                                 false);
 }
 
 char* defaultGroupFile(const char* group) {
