@@ -25,29 +25,22 @@ bool writable(const ut_string& name) {
 
 std::string groupFileText(const Group& group) {
     ut_options_database db(group.getName());
-    if (!group.bools().empty()) {
-        ut_options_group* block = db.add_child("Bool");
-        for (const auto& [name, value] : group.bools())
-            if (writable(name))
-                block->add_int32_attribute(name.c_str(), value ? 1 : 0);
-    }
-    if (!group.int32s().empty()) {
-        ut_options_group* block = db.add_child("Int32");
-        for (const auto& [name, value] : group.int32s())
-            if (writable(name))
-                block->add_int32_attribute(name.c_str(), value);
-    }
-    if (!group.strings().empty()) {
-        ut_options_group* block = db.add_child("String");
-        for (const auto& [name, value] : group.strings())
-            if (writable(name))
-                block->add_str_attribute(name.c_str(), value.c_str());
-    }
-    if (!group.stringLists().empty()) {
-        ut_options_group* block = db.add_child("StringList");
-        for (const auto& [name, value] : group.stringLists())
-            if (writable(name))
-                block->add_str_list_attribute(name.c_str(), value);
-    }
+    // A block is made with its first item that can be written.
+    auto block = [&](const char* name) {
+        ut_options_group* found = db.find_child(name);
+        return found ? found : db.add_child(name);
+    };
+    for (const auto& [name, value] : group.bools())
+        if (writable(name))
+            block("Bool")->add_int32_attribute(name.c_str(), value ? 1 : 0);
+    for (const auto& [name, value] : group.int32s())
+        if (writable(name))
+            block("Int32")->add_int32_attribute(name.c_str(), value);
+    for (const auto& [name, value] : group.strings())
+        if (writable(name))
+            block("String")->add_str_attribute(name.c_str(), value.c_str());
+    for (const auto& [name, value] : group.stringLists())
+        if (writable(name))
+            block("StringList")->add_str_list_attribute(name.c_str(), value);
     return db.text();
 }

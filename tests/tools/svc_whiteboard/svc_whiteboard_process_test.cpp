@@ -1,0 +1,214 @@
+// svc_whiteboard as a process under svc_router, with clients in this process: no setting is
+// lost when the service is killed in the middle of a stream of changes, and a group file that
+// does not parse is reported and left alone while the other groups are served.
+#include "group_files.h"
+#include "router_process.h"
+#include "stp_retryhandler.h"
+#include "stp_transport.h"
+#include "test_plugin.h"
+#include "ut_options_database.h"
+#include "whiteboard.h"
+#include "whiteboard_files.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <vector>
+
+#ifndef SVC_WHITEBOARD_PATH
+#error "SVC_WHITEBOARD_PATH must name the svc_whiteboard program"
+#endif
+
+namespace {
+
+constexpr int32_t kWaitMs = 20000;
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+size_t count(const std::string& text, const std::string& part) {
+    size_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++n;
+    return n;
+}
+
+// A router on a port of its own, services started by the test (so that it can kill them), and
+// WhiteBoard clients on virtual connections of one test plug-in. The service's folders lie in
+// the scratch folder (XDG_CONFIG_HOME).
+class WhiteBoardProcess : public ScratchTest {
+protected:
+    void SetUp() override {
+        setenv("XDG_CONFIG_HOME", root().c_str(), 1);
+        ASSERT_TRUE(router.start(folder(), {"-stay"})) << router.errors();
+        plugin = new TestPlugin;
+        std::string error;
+        ASSERT_TRUE(plugin->connect(router.port, kWaitMs, &error)) << error;
+        ASSERT_TRUE(plugin->open({}, kWaitMs, &error)) << error;
+        plugin->setValue("cwd", root());
+    }
+    void TearDown() override {
+        dropClients();
+        if (plugin)
+            plugin->release();
+        service.kill();
+        router.kill();
+    }
+    const ScratchFolder& folder() const { return scratch; }
+
+    // Starts svc_whiteboard and waits until it is the `nth` to offer "WhiteBoard".
+    void startService(int nth, const std::vector<std::string>& extra = {}) {
+        std::vector<std::string> words{SVC_WHITEBOARD_PATH, "-connect_servicerouter",
+                                       std::to_string(router.port)};
+        words.insert(words.end(), extra.begin(), extra.end());
+        ASSERT_TRUE(service.start(words, at("service.out"), at("service.err")));
+        int32_t begin = plat_tick_count();
+        while (count(router.log(), "offers \"WhiteBoard\"") < static_cast<size_t>(nth)) {
+            ASSERT_TRUE(service.running()) << service.errors();
+            ASSERT_LT(plat_tick_diff(plat_tick_count(), begin), kWaitMs) << router.log();
+            plat_sleep_ms(5);
+        }
+    }
+    WhiteBoard* connectClient() {
+        TestPlugin::ConnectionReply reply;
+        if (!plugin->requestConnection("WhiteBoard", {}, kWaitMs, &reply) || !reply.wasAccepted)
+            return nullptr;
+        WhiteBoard* board = new WhiteBoard;
+        board->attachTransport(plugin->getTransport(), reply.localRN, reply.serviceRN);
+        clients.push_back(board);
+        // The service's tables may have come with the router's reply, before anybody took them.
+        plugin->getTransport()->redeliverUnclaimed(reply.serviceRN, reply.localRN,
+                                                   KIND_NEGOTIATE);
+        TimeoutSTPRetryHandler wait(kWaitMs, plugin->getTransport());
+        return board->negotiate(&wait) ? board : nullptr;
+    }
+    void dropClients() {
+        for (WhiteBoard* board : clients) {
+            board->dropVirtualConnection();
+            board->attachTransport(nullptr);
+            board->unref();
+        }
+        clients.clear();
+    }
+    bool fetch(WhiteBoard* board, const char* group) {
+        TimeoutSTPRetryHandler wait(kWaitMs, plugin->getTransport());
+        return board->requestChangesInGroup(group, &wait);
+    }
+
+    ScratchFolder scratch;
+    RouterProcess router;
+    ChildProcess service;
+    TestPlugin* plugin = nullptr;
+    std::vector<WhiteBoard*> clients;
+};
+
+// The payload of change k: its number many times over, so that a file with half of one
+// change's bytes shows.
+std::string payloadOf(int k) {
+    std::string one = std::to_string(k) + ":";
+    std::string out;
+    while (out.size() < 2000)
+        out += one;
+    return out;
+}
+// The number a payload repeats, or -1 when it is not one number repeated whole.
+int numberOf(const std::string& payload) {
+    size_t colon = payload.find(':');
+    if (colon == std::string::npos)
+        return -1;
+    int k = std::stoi(payload.substr(0, colon));
+    return payload == payloadOf(k) ? k : -1;
+}
+
+TEST_F(WhiteBoardProcess, KilledInTheMiddleOfAStreamOfChangesItLosesNoSetting) {
+    std::mt19937 rng(20240611);
+    std::string file = at("ORT/WhiteBoard/Stream.wbd");
+    int counter = 0;  // the last value the file held at the start of a round
+    int written = 0;  // the highest value the writer sent
+    for (int round = 1; round <= 40; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        startService(round);
+        WhiteBoard* writer = connectClient();
+        WhiteBoard* observer = connectClient();
+        ASSERT_TRUE(writer && observer);
+        int heard = 0;
+        observer->addInt32Listener("Stream", [&](const char*, const char* name, int32_t v) {
+            if (std::string(name) == "counter")
+                heard = v;
+        });
+        ASSERT_TRUE(observer->registerGroup("Stream", true, false, nullptr, false));
+        ASSERT_TRUE(writer->registerGroup("Stream", false, true, nullptr, false));
+        ASSERT_TRUE(fetch(writer, "Stream"));
+        int32_t start = 0;
+        writer->getInt32Value("Stream", "counter", &start);
+        EXPECT_EQ(start, counter) << "the service read back what the last round left";
+
+        // A stream of changes, sent without waiting, then a kill at some moment of it.
+        int changes = 20 + static_cast<int>(rng() % 60);
+        for (int k = start + 1; k <= start + changes; ++k) {
+            ASSERT_TRUE(writer->setStringValue("Stream", "payload", payloadOf(k).c_str(), true));
+            ASSERT_TRUE(writer->setInt32Value("Stream", "counter", k, true));
+        }
+        written = start + changes;
+        int32_t killAfterMs = static_cast<int32_t>(rng() % 40);
+        plugin->pumpUntil([] { return false; }, killAfterMs);
+        service.kill();
+
+        // The file is the old one or the new one, whole: it parses, and its payload is one
+        // change's, with the counter of that change or of the one before.
+        if (!std::filesystem::exists(file)) {
+            EXPECT_EQ(heard, 0) << "a change was told before it was written";
+            ASSERT_EQ(start, 0);
+        } else {
+            ut_options_database db("check");
+            ASSERT_TRUE(db.read(file.c_str())) << readFile(file);
+            Group group("Stream");
+            takeGroupFileValues(&group, db);
+            int32_t n = -1;
+            ut_string payload;
+            ASSERT_TRUE(group.getInt32("counter", &n)) << readFile(file);
+            ASSERT_TRUE(group.getString("payload", &payload)) << readFile(file);
+            int m = numberOf(payload.c_str());
+            EXPECT_TRUE(n == m || n == m - 1) << "counter " << n << ", payload of " << m;
+            EXPECT_GE(n, heard) << "a change was told before it was on disk";
+            EXPECT_LE(m, written);
+            EXPECT_GE(n, start);
+            PlatFileStatus status;
+            ASSERT_EQ(plat_stat(file.c_str(), &status), 0);
+            EXPECT_EQ(status.mode & 0777, 0600u);
+            counter = n;
+        }
+        dropClients();
+    }
+    EXPECT_GT(counter, 0) << "no round got any change to the disk";
+}
+
+TEST_F(WhiteBoardProcess, ABrokenGroupFileIsReportedLeftAloneAndTheOthersServed) {
+    std::string broken = "String {\n    path = /no/quotes\n}\n";
+    writeFile(at("ORT/WhiteBoard/Broken.wbd"), broken);
+    writeFile(at("ORT/WhiteBoard/Fine.wbd"), "String {\n    path = \"/usr/bin/cvs\"\n}\n");
+    startService(1);
+    WhiteBoard* client = connectClient();
+    ASSERT_NE(client, nullptr);
+    ASSERT_TRUE(fetch(client, "Fine"));
+    ut_string path;
+    EXPECT_TRUE(client->getStringValue("Fine", "path", &path));
+    EXPECT_STREQ(path.c_str(), "/usr/bin/cvs");
+    ASSERT_TRUE(client->setStringValue("Broken", "path", "/new", true));
+    ASSERT_TRUE(client->setStringValue("Fine", "path", "/opt/cvs", true));
+    ASSERT_TRUE(fetch(client, "Broken"));
+    EXPECT_EQ(readFile(at("ORT/WhiteBoard/Broken.wbd")), broken);
+    EXPECT_EQ(readFile(at("ORT/WhiteBoard/Fine.wbd")), "String {\n    path = \"/opt/cvs\"\n}\n");
+    std::string errors = service.errors();
+    EXPECT_TRUE(contains(errors, "\"" + at("ORT/WhiteBoard/Broken.wbd") + "\", line 2: parse "
+                                  "error: expected a number: \"/\""))
+        << errors;
+    EXPECT_TRUE(contains(errors, "group \"Broken\": the file " + at("ORT/WhiteBoard/Broken.wbd") +
+                                     " cannot be read"))
+        << errors;
+}
+
+} // namespace
