@@ -9,7 +9,8 @@
 #include "plat_process.h"
 
 inline const std::string& fuzzInputPath() {
-    static const std::string path = "/tmp/cvss_fuzz_input_" + std::to_string(plat_current_process_id()) + ".txt";
+    static const std::string path =
+        "/tmp/cvss_fuzz_input_" + std::to_string(plat_current_process_id()) + ".txt";
     return path;
 }
 

@@ -182,7 +182,10 @@ void Router::requestConnection(PluginConnection* from, const char* serviceName,
     PluginConnection* provider = service ? find(service->pluginId) : nullptr;
     std::vector<uint32_t> rn;
     if (service == nullptr && providingPluginId == kNoPlugin && pluginStillStarting()) {
-        HeldRequest request{from->getPluginId(), text(serviceName), {}, clientCookie,
+        HeldRequest request{from->getPluginId(),
+                            text(serviceName),
+                            {},
+                            clientCookie,
                             plat_tick_add(plat_tick_count(), kStartHoldMs)};
         for (int32_t i = 0; i < stp_count(nameValuePairs.data, nameValuePairs.count); ++i)
             request.nameValuePairs.push_back(text(nameValuePairs.data[i]));
@@ -235,7 +238,8 @@ void Router::releaseHeld(const std::string& name) {
         std::vector<char*> words;
         for (std::string& w : r.nameValuePairs)
             words.push_back(w.data());
-        StringList pairs{static_cast<int32_t>(words.size()), words.empty() ? nullptr : words.data()};
+        StringList pairs{static_cast<int32_t>(words.size()),
+                         words.empty() ? nullptr : words.data()};
         requestConnection(client, r.serviceName.c_str(), kNoPlugin, pairs, r.clientCookie);
     }
 }

@@ -81,17 +81,24 @@ bool applyConfigFile(const char* path, WhiteBoard* whiteboard) {
     return true;
 }
 
-bool applyConfigFiles() {
+namespace {
+
+// The system file, then the user's file, once per process.
+bool applyFilesOnce(WhiteBoard* whiteboard) {
     if (g_configurationLoaded)
-        return true;
-    g_configurationLoaded = true;
-    WhiteBoard* whiteboard = getWhiteBoard();
-    if (whiteboard == nullptr) {
-        gen_warning("Unable to get connection to WhiteBoard.\n");
         return false;
-    }
+    g_configurationLoaded = true;
     applyFileOf(gen_internal_config_dir(), whiteboard);
     applyFileOf(gen_user_config_dir(false, nullptr), whiteboard);
+    return true;
+}
+
+} // namespace
+
+bool applyConfigFiles() {
+    WhiteBoard* whiteboard = getWhiteBoard();
+    if (!applyFilesOnce(whiteboard))
+        return true;
     if (!whiteboard->registerGroup(CFG_WBD, true, false, nullptr, true)) {
         gen_warning("Unable to register group GeneralConfiguration");
         return false;
@@ -105,6 +112,9 @@ bool loadDefaultConfig() {
         return false;
     if (connectWhiteBoard(nullptr) == nullptr) {
         gen_warning("Unable to get connection to WhiteBoard.\n");
+        // The configuration files still count without the service: a user who sets the cvs
+        // client in a file expects it used. They go to the local copy, nothing is registered.
+        applyFilesOnce(getWhiteBoard());
         return false;
     }
     if (!applyConfigFiles()) {

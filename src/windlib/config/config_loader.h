@@ -8,9 +8,9 @@ class WhiteBoard;
 // The start-up step: finishes the defaults, connects to the WhiteBoard through the router
 // (waits), applies the configuration files and registers "GeneralConfiguration", waiting for
 // the service's values. False, with a warning, when the WhiteBoard cannot be reached ("Unable
-// to get connection to WhiteBoard.\n"; no file is read then) or the initial state cannot be
-// loaded; false in silence without a router proxy. The process goes on in every case with
-// what it has.
+// to get connection to WhiteBoard.\n"; the files then still apply, to the local copy) or the
+// initial state cannot be loaded; false in silence without a router proxy. The process goes on
+// in every case with what it has.
 bool loadDefaultConfig();
 
 // Once per process (a second call gives true and does nothing): the system file, then the

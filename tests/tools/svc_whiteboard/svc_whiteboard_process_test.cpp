@@ -3,11 +3,8 @@
 // does not parse is reported and left alone while the other groups are served.
 #include "group_files.h"
 #include "router_process.h"
-#include "stp_retryhandler.h"
-#include "stp_transport.h"
-#include "test_plugin.h"
 #include "ut_options_database.h"
-#include "whiteboard.h"
+#include "whiteboard_clients.h"
 #include "whiteboard_files.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +20,7 @@
 
 namespace {
 
-constexpr int32_t kWaitMs = 20000;
+constexpr int32_t kWaitMs = WhiteBoardClients::kWaitMs;
 
 bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
@@ -44,16 +41,11 @@ protected:
     void SetUp() override {
         setenv("XDG_CONFIG_HOME", root().c_str(), 1);
         ASSERT_TRUE(router.start(folder(), {"-stay"})) << router.errors();
-        plugin = new TestPlugin;
         std::string error;
-        ASSERT_TRUE(plugin->connect(router.port, kWaitMs, &error)) << error;
-        ASSERT_TRUE(plugin->open({}, kWaitMs, &error)) << error;
-        plugin->setValue("cwd", root());
+        ASSERT_TRUE(clients.open(router.port, root(), &error)) << error;
     }
     void TearDown() override {
-        dropClients();
-        if (plugin)
-            plugin->release();
+        clients.drop();
         service.kill();
         router.kill();
     }
@@ -72,37 +64,11 @@ protected:
             plat_sleep_ms(5);
         }
     }
-    WhiteBoard* connectClient() {
-        TestPlugin::ConnectionReply reply;
-        if (!plugin->requestConnection("WhiteBoard", {}, kWaitMs, &reply) || !reply.wasAccepted)
-            return nullptr;
-        WhiteBoard* board = new WhiteBoard;
-        board->attachTransport(plugin->getTransport(), reply.localRN, reply.serviceRN);
-        clients.push_back(board);
-        // The service's tables may have come with the router's reply, before anybody took them.
-        plugin->getTransport()->redeliverUnclaimed(reply.serviceRN, reply.localRN,
-                                                   KIND_NEGOTIATE);
-        TimeoutSTPRetryHandler wait(kWaitMs, plugin->getTransport());
-        return board->negotiate(&wait) ? board : nullptr;
-    }
-    void dropClients() {
-        for (WhiteBoard* board : clients) {
-            board->dropVirtualConnection();
-            board->attachTransport(nullptr);
-            board->unref();
-        }
-        clients.clear();
-    }
-    bool fetch(WhiteBoard* board, const char* group) {
-        TimeoutSTPRetryHandler wait(kWaitMs, plugin->getTransport());
-        return board->requestChangesInGroup(group, &wait);
-    }
 
     ScratchFolder scratch;
     RouterProcess router;
     ChildProcess service;
-    TestPlugin* plugin = nullptr;
-    std::vector<WhiteBoard*> clients;
+    WhiteBoardClients clients;
 };
 
 // The payload of change k: its number many times over, so that a file with half of one
@@ -126,13 +92,13 @@ int numberOf(const std::string& payload) {
 TEST_F(WhiteBoardProcess, KilledInTheMiddleOfAStreamOfChangesItLosesNoSetting) {
     std::mt19937 rng(20240611);
     std::string file = at("ORT/WhiteBoard/Stream.wbd");
-    int counter = 0;  // the last value the file held at the start of a round
-    int written = 0;  // the highest value the writer sent
+    int counter = 0; // the last value the file held at the start of a round
+    int written = 0; // the highest value the writer sent
     for (int round = 1; round <= 40; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
         startService(round);
-        WhiteBoard* writer = connectClient();
-        WhiteBoard* observer = connectClient();
+        WhiteBoard* writer = clients.connect();
+        WhiteBoard* observer = clients.connect();
         ASSERT_TRUE(writer && observer);
         int heard = 0;
         observer->addInt32Listener("Stream", [&](const char*, const char* name, int32_t v) {
@@ -141,7 +107,7 @@ TEST_F(WhiteBoardProcess, KilledInTheMiddleOfAStreamOfChangesItLosesNoSetting) {
         });
         ASSERT_TRUE(observer->registerGroup("Stream", true, false, nullptr, false));
         ASSERT_TRUE(writer->registerGroup("Stream", false, true, nullptr, false));
-        ASSERT_TRUE(fetch(writer, "Stream"));
+        ASSERT_TRUE(clients.fetch(writer, "Stream"));
         int32_t start = 0;
         writer->getInt32Value("Stream", "counter", &start);
         EXPECT_EQ(start, counter) << "the service read back what the last round left";
@@ -154,7 +120,7 @@ TEST_F(WhiteBoardProcess, KilledInTheMiddleOfAStreamOfChangesItLosesNoSetting) {
         }
         written = start + changes;
         int32_t killAfterMs = static_cast<int32_t>(rng() % 40);
-        plugin->pumpUntil([] { return false; }, killAfterMs);
+        clients.pumpUntil([] { return false; }, killAfterMs);
         service.kill();
 
         // The file is the old one or the new one, whole: it parses, and its payload is one
@@ -181,7 +147,7 @@ TEST_F(WhiteBoardProcess, KilledInTheMiddleOfAStreamOfChangesItLosesNoSetting) {
             EXPECT_EQ(status.mode & 0777, 0600u);
             counter = n;
         }
-        dropClients();
+        clients.drop();
     }
     EXPECT_GT(counter, 0) << "no round got any change to the disk";
 }
@@ -191,20 +157,21 @@ TEST_F(WhiteBoardProcess, ABrokenGroupFileIsReportedLeftAloneAndTheOthersServed)
     writeFile(at("ORT/WhiteBoard/Broken.wbd"), broken);
     writeFile(at("ORT/WhiteBoard/Fine.wbd"), "String {\n    path = \"/usr/bin/cvs\"\n}\n");
     startService(1);
-    WhiteBoard* client = connectClient();
+    WhiteBoard* client = clients.connect();
     ASSERT_NE(client, nullptr);
-    ASSERT_TRUE(fetch(client, "Fine"));
+    ASSERT_TRUE(clients.fetch(client, "Fine"));
     ut_string path;
     EXPECT_TRUE(client->getStringValue("Fine", "path", &path));
     EXPECT_STREQ(path.c_str(), "/usr/bin/cvs");
     ASSERT_TRUE(client->setStringValue("Broken", "path", "/new", true));
     ASSERT_TRUE(client->setStringValue("Fine", "path", "/opt/cvs", true));
-    ASSERT_TRUE(fetch(client, "Broken"));
+    ASSERT_TRUE(clients.fetch(client, "Broken"));
     EXPECT_EQ(readFile(at("ORT/WhiteBoard/Broken.wbd")), broken);
     EXPECT_EQ(readFile(at("ORT/WhiteBoard/Fine.wbd")), "String {\n    path = \"/opt/cvs\"\n}\n");
     std::string errors = service.errors();
-    EXPECT_TRUE(contains(errors, "\"" + at("ORT/WhiteBoard/Broken.wbd") + "\", line 2: parse "
-                                  "error: expected a number: \"/\""))
+    EXPECT_TRUE(contains(errors, "\"" + at("ORT/WhiteBoard/Broken.wbd") +
+                                     "\", line 2: parse "
+                                     "error: expected a number: \"/\""))
         << errors;
     EXPECT_TRUE(contains(errors, "group \"Broken\": the file " + at("ORT/WhiteBoard/Broken.wbd") +
                                      " cannot be read"))

@@ -26,8 +26,9 @@ bool contains(const std::string& text, const std::string& part) {
 // svc_router with its port file and log in `dir`; the port, or 0 when it did not start.
 uint16_t startRouter(ChildProcess* router, const std::string& dir,
                      const std::vector<std::string>& extra) {
-    std::vector<std::string> words{SVC_ROUTER_PATH, "-port", "0",    "-port_file",
-                                   dir + "/router.port", "-log", dir + "/router.log"};
+    std::vector<std::string> words{
+        SVC_ROUTER_PATH,    "-port", "0", "-port_file", dir + "/router.port", "-log",
+        dir + "/router.log"};
     words.insert(words.end(), extra.begin(), extra.end());
     if (!router->start(words, dir + "/router.out", dir + "/router.err"))
         return 0;
@@ -78,7 +79,8 @@ TEST(WhiteBoardStartUp, AHeldRequestIsRefusedWhenItsTimeIsUp) {
     writeFile(silent, "#!/bin/sh\nsleep 15\n");
     std::filesystem::permissions(silent, std::filesystem::perms::owner_all);
     ChildProcess router;
-    uint16_t port = startRouter(&router, folder.root(), {"-stay", "-plugin", silent, "-plugin", silent});
+    uint16_t port =
+        startRouter(&router, folder.root(), {"-stay", "-plugin", silent, "-plugin", silent});
     ASSERT_NE(port, 0) << router.errors();
     TestPlugin* client = new TestPlugin;
     std::string error;

@@ -57,9 +57,9 @@ TEST_F(Store, AChangeGoesToTheOtherBroadcastingPeersOnly) {
     store.forget(&b);
     store.changeBool(&a, "G", "f", true);
     store.changeBool(&a, "Other", "f", true);
-    EXPECT_EQ(told, (std::vector<std::string>{"b: G.n int32 1", "a: G.s string x",
-                                               "b: G.s string x", "a: G.l list 2",
-                                               "b: G.l list 2", "a: G.s delete 0"}));
+    EXPECT_EQ(told,
+              (std::vector<std::string>{"b: G.n int32 1", "a: G.s string x", "b: G.s string x",
+                                        "a: G.l list 2", "b: G.l list 2", "a: G.s delete 0"}));
     EXPECT_NE(store.findGroup("Other"), nullptr);
     EXPECT_EQ(store.allGroups().size(), 2u);
 }
@@ -82,7 +82,7 @@ TEST_F(Store, AGroupOnDiskIsReadAndWrittenAfterEachChange) {
     store.registerGroup(&b, "G", false, false, at("other.wbd").c_str());
     EXPECT_EQ(store.fileOf("G"), at("g.wbd"));
     EXPECT_EQ(told, (std::vector<std::string>{"a: G.path string C:\\cvs \"x\"", "a: G. bool 1",
-                                               "a: G.n delete 2"}));
+                                              "a: G.n delete 2"}));
 }
 
 TEST_F(Store, ABrokenFileIsReportedWithItsLineAndNeverOverwritten) {
@@ -95,8 +95,9 @@ TEST_F(Store, ABrokenFileIsReportedWithItsLineAndNeverOverwritten) {
     store.registerGroup(&a, "Fine", false, true, at("fine.wbd").c_str());
     EXPECT_EQ(ReportCapture::texts(),
               (std::vector<std::string>{
-                  "error: \"" + at("broken.wbd") + "\", line 4: parse error: expected a number: "
-                                                   "\"what\"",
+                  "error: \"" + at("broken.wbd") +
+                      "\", line 4: parse error: expected a number: "
+                      "\"what\"",
                   "error: group \"Broken\": the file " + at("broken.wbd") +
                       " cannot be read; it is left as it is and the group's changes are not "
                       "written to it"}));
@@ -115,9 +116,9 @@ TEST_F(Store, SavingWritesTheGroupWhereAsked) {
     ReportCapture capture;
     ReportCapture::clear();
     EXPECT_FALSE(store.saveGroup("Unknown", at("u.wbd").c_str()));
-    EXPECT_EQ(ReportCapture::texts(), std::vector<std::string>{
-                                          "warning: SaveGroupChangesToFile: there is no group "
-                                          "\"Unknown\""});
+    EXPECT_EQ(ReportCapture::texts(),
+              std::vector<std::string>{"warning: SaveGroupChangesToFile: there is no group "
+                                       "\"Unknown\""});
     store.changeStringList(&a, "G", "l", {"a", "b"});
     store.changeStringList(&a, "G", "empty", {});
     EXPECT_TRUE(store.saveGroup("G", at("saved.wbd").c_str()));
