@@ -182,11 +182,11 @@ void Router::requestConnection(PluginConnection* from, const char* serviceName,
     PluginConnection* provider = service ? find(service->pluginId) : nullptr;
     std::vector<uint32_t> rn;
     if (service == nullptr && providingPluginId == kNoPlugin && pluginStillStarting()) {
-        HeldRequest request{from->getPluginId(),
-                            text(serviceName),
-                            {},
-                            clientCookie,
-                            plat_tick_add(plat_tick_count(), kStartHoldMs)};
+        HeldRequest request;
+        request.clientPlugin = from->getPluginId();
+        request.serviceName = text(serviceName);
+        request.clientCookie = clientCookie;
+        request.deadlineTick = plat_tick_add(plat_tick_count(), kStartHoldMs);
         for (int32_t i = 0; i < stp_count(nameValuePairs.data, nameValuePairs.count); ++i)
             request.nameValuePairs.push_back(text(nameValuePairs.data[i]));
         held.hold(request);
