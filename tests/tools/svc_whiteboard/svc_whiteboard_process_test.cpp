@@ -133,9 +133,9 @@ TEST_F(WhiteBoardProcess, KilledInTheMiddleOfAStreamOfChangesItLosesNoSetting) {
             ASSERT_TRUE(db.read(file.c_str())) << readFile(file);
             Group group("Stream");
             takeGroupFileValues(&group, db);
-            int32_t n = -1;
+            int32_t n = 0; // none yet: written after the very first payload
             ut_string payload;
-            ASSERT_TRUE(group.getInt32("counter", &n)) << readFile(file);
+            group.getInt32("counter", &n);
             ASSERT_TRUE(group.getString("payload", &payload)) << readFile(file);
             int m = numberOf(payload.c_str());
             EXPECT_TRUE(n == m || n == m - 1) << "counter " << n << ", payload of " << m;
