@@ -5,12 +5,21 @@
 #include "gen_string.h"
 #include "indgen.h"
 #include "servicerouter_proxy.h"
+#include "ut_retryhandler.h"
+#include "whiteboard_files.h"
 
 #include <vector>
 
 namespace {
 
 int g_liveServers = 0;
+
+// A wait that gives up at once: what is known now, or nothing.
+class NoWait : public RetryHandler {
+public:
+    bool canContinue() override { return false; }
+    void wait() override {}
+};
 
 char* text(const char* s) {
     return const_cast<char*>(s ? s : "");
@@ -56,12 +65,22 @@ void WhiteBoardServer::virtualConnectionDown() {
 std::string WhiteBoardServer::resolve(const char* file) {
     if (file == nullptr || *file == '\0')
         return std::string();
-    ServiceRouter_Proxy* proxy = getServiceRouterProxy();
-    if (proxy == nullptr || gen_is_absolute(file))
+    if (gen_is_absolute(file))
         return file;
-    char* full = proxy->fullPathForConnection(this, file, nullptr);
+    // The client's "cwd" as it came with the connection, without asking for it: a wait here
+    // would let this client's later messages run before this one is done. Clients of the
+    // router client send it with every connection request.
+    NoWait noWait;
+    ServiceRouter_Proxy* proxy = getServiceRouterProxy();
+    char* full = proxy ? proxy->fullPathForConnection(this, file, &noWait) : nullptr;
     std::string result = full ? full : file;
     gen_free(full);
+    if (gen_is_absolute(result.c_str()))
+        return result;
+    // No "cwd" known: the WhiteBoard folder.
+    char* joined = gen_path_join(whiteBoardDirectory(), file);
+    result = joined ? joined : file;
+    gen_free(joined);
     return result;
 }
 
@@ -89,8 +108,8 @@ void WhiteBoardServer::DeleteName(const char* group, const char* name, int32_t t
 
 void WhiteBoardServer::RegisterGroup(const char* groupname, bool broadcast_changes, bool use_disk,
                                      const char* use_filename) {
+    STPSpecClassRef hold(this); // resolving may wait, and other handlers run meanwhile
     std::string file = resolve(use_filename);
-    STPSpecClassRef hold(this); // the resolution may have waited
     store->registerGroup(this, groupname, broadcast_changes, use_disk,
                          file.empty() ? nullptr : file.c_str());
 }
@@ -107,8 +126,8 @@ void WhiteBoardServer::RequestChangesInGroup(const char* groupname) {
 }
 
 void WhiteBoardServer::SaveGroupChangesToFile(const char* groupname, const char* filename) {
-    std::string file = resolve(filename);
     STPSpecClassRef hold(this);
+    std::string file = resolve(filename);
     store->saveGroup(groupname, file.empty() ? nullptr : file.c_str());
 }
 

@@ -7,9 +7,8 @@
 
 // Made by the factory on the router transport with the connection's route numbers; lives as
 // long as the proxy's record of the connection. Every handler works on the shared store and
-// answers with one-way messages that are only queued: nothing here waits, except that a
-// relative file name is resolved against the client's "cwd", which the proxy may have to ask
-// the router for.
+// answers with one-way messages that are only queued: nothing here waits, so a client's
+// messages are taken in the order they came.
 class WhiteBoardServer : public WhiteBoard_server_Impl, public WhiteBoardPeer {
 public:
     // `store` is not owned and outlives every server.
@@ -46,7 +45,8 @@ protected:
 private:
     void sendChanges(const std::vector<const Group*>& groups);
     // A file name of the client as a path of this process: a relative one is taken against
-    // the client's "cwd". Empty for none.
+    // the client's "cwd" when it came with the connection, else against the WhiteBoard folder.
+    // Empty for none.
     std::string resolve(const char* file);
 
     WhiteBoardStore* store;

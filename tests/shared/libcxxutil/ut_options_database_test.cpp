@@ -110,6 +110,18 @@ TEST(OptionsDatabase, KeepGoingSkipsTheBadLineAndStillFails) {
     EXPECT_EQ(db.text(), "a = 1\nc = 2\n");
 }
 
+TEST(OptionsDatabase, TheFlatFormTakesValuesAsWrittenAndWritesPaths) {
+    ScratchFolder folder;
+    std::string path = folder.at("flat.cfg");
+    writeFile(path, "a.b.c=hello\nTop=\"quoted value\"\nn=12\n");
+    ut_options_database db("flat");
+    db.flat_format = true;
+    ASSERT_TRUE(db.read(path.c_str()));
+    EXPECT_STREQ(db.get_opt_str_attribute("n", ""), "12");
+    db.add_or_replace_int32_attribute("i", -3);
+    EXPECT_EQ(db.text(), "Top=\"quoted value\"\nn=\"12\"\ni=-3\na.b.c=\"hello\"\n");
+}
+
 TEST(OptionsDatabase, AClosingBraceReturnsToTheRootOfTheRead) {
     ScratchFolder folder;
     std::string path = folder.at("r.wbd");

@@ -87,6 +87,19 @@ TEST(EvaluateSkipping, ReportsNothingAndReadsNoMacro) {
     EXPECT_TRUE(ReportCapture::texts().empty()) << ReportCapture::joined();
 }
 
+TEST(EvaluateHooks, VariablesOfTheHooksComeAfterTheMacros) {
+    ut_preprocessor_hooks hooks;
+    hooks.has_variable = [](void*, const char* name) { return std::string(name) == "LEVEL"; };
+    hooks.get_variable = [](void*, const char*) { return ut_string("0x20"); };
+    ut_macro_table outer;
+    outer.define("OUTER", "3");
+    simple_preprocessor pre('%', &outer, &hooks, nullptr);
+    EXPECT_EQ(pre.evaluator().evaluate("env(LEVEL) + LEVEL + OUTER", false), 67);
+    EXPECT_EQ(pre.evaluator().evaluate("env(NOPE) + defined(LEVEL)", false), 1);
+    pre.define("OUTER", "10");
+    EXPECT_EQ(pre.evaluator().evaluate("OUTER", false), 10) << "local macros come first";
+}
+
 TEST(EvaluateFiles, FileexistsTakesTheDirectoryMacros) {
     ScratchFolder folder;
     writeFile(folder.at("present.cfg"), "x");

@@ -168,6 +168,11 @@ TEST_F(WhiteBoardProcess, ABrokenGroupFileIsReportedLeftAloneAndTheOthersServed)
     ASSERT_TRUE(clients.fetch(client, "Broken"));
     EXPECT_EQ(readFile(at("ORT/WhiteBoard/Broken.wbd")), broken);
     EXPECT_EQ(readFile(at("ORT/WhiteBoard/Fine.wbd")), "String {\n    path = \"/opt/cvs\"\n}\n");
+    // A file name of the client is taken against the client's "cwd".
+    ASSERT_TRUE(client->registerGroup("Mine", false, false, "mine.wbd", false));
+    ASSERT_TRUE(client->setInt32Value("Mine", "n", 3, true));
+    ASSERT_TRUE(clients.fetch(client, "Mine"));
+    EXPECT_EQ(readFile(at("mine.wbd")), "Int32 {\n    n = 3\n}\n");
     std::string errors = service.errors();
     EXPECT_TRUE(contains(errors, "\"" + at("ORT/WhiteBoard/Broken.wbd") +
                                      "\", line 2: parse "

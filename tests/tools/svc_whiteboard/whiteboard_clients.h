@@ -23,16 +23,19 @@ public:
             plugin->release();
     }
 
-    // Connects the plug-in to the router on `port`; it answers "cwd" with `cwd`.
+    // Connects the plug-in to the router on `port`; its "cwd" is `cwd`, sent with every
+    // connection request as the router client of the process does.
     bool open(uint16_t port, const std::string& cwd, std::string* error) {
         plugin = new TestPlugin;
+        workingDir = cwd;
         plugin->setValue("cwd", cwd);
         return plugin->connect(port, kWaitMs, error) && plugin->open({}, kWaitMs, error);
     }
     // A new WhiteBoard on a connection to "WhiteBoard", negotiated; null when that failed.
     WhiteBoard* connect() {
         TestPlugin::ConnectionReply reply;
-        if (!plugin->requestConnection("WhiteBoard", {}, kWaitMs, &reply) || !reply.wasAccepted)
+        if (!plugin->requestConnection("WhiteBoard", {"cwd", workingDir}, kWaitMs, &reply) ||
+            !reply.wasAccepted)
             return nullptr;
         WhiteBoard* board = new WhiteBoard;
         board->attachTransport(plugin->getTransport(), reply.localRN, reply.serviceRN);
@@ -64,5 +67,6 @@ public:
 
 private:
     TestPlugin* plugin = nullptr;
+    std::string workingDir;
     std::vector<WhiteBoard*> clients;
 };
