@@ -71,8 +71,9 @@ int main(int argc, char** argv) {
     }
     WhiteBoardStore store;
     store.loadDirectory(whiteBoardDirectory());
-    // Made before the router connection so that "WhiteBoard" is in the opening list of names.
-    new WhiteBoardServiceFactory(&store); // lives to the end of the process
+    // Made before the router connection so that "WhiteBoard" is in the opening list of names;
+    // it outlives the proxy, which ends below.
+    WhiteBoardServiceFactory factory(&store);
     if (!createGlobalServiceRouterProxy(stay, &argc, argv, nullptr, false, nullptr, false, false))
         return 1;
     {
