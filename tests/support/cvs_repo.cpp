@@ -2,6 +2,7 @@
 
 #include "scratch_folder.h"
 
+#include <chrono>
 #include <filesystem>
 
 namespace {
@@ -82,7 +83,13 @@ bool CvsRepo::addFile(const std::string& workingCopy, const std::string& file,
 
 bool CvsRepo::commitChange(const std::string& workingCopy, const std::string& file,
                            const std::string& content, const std::string& message) {
-    writeFile((std::filesystem::path(workingCopy) / file).string(), content);
+    std::filesystem::path path = std::filesystem::path(workingCopy) / file;
+    writeFile(path.string(), content);
+    // cvs takes a file whose time equals its entry's to the second for unchanged: a change
+    // written in the second of its checkout would not be committed at all.
+    std::error_code ignored;
+    std::filesystem::last_write_time(
+        path, std::filesystem::last_write_time(path, ignored) + std::chrono::seconds(1), ignored);
     return run(workingCopy, {"-Q", "commit", "-m", message, file});
 }
 

@@ -42,7 +42,8 @@ public:
     // a message, commits it.
     bool addFile(const std::string& workingCopy, const std::string& file,
                  const std::string& content, const std::string& message = std::string());
-    // Writes `content` to `<workingCopy>/<file>` and commits it with `message`.
+    // Writes `content` to `<workingCopy>/<file>` and commits it with `message`. The file's time
+    // moves a second ahead, so that cvs sees the change even within the second of a checkout.
     bool commitChange(const std::string& workingCopy, const std::string& file,
                       const std::string& content, const std::string& message);
 
