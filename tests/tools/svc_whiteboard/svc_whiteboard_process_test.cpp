@@ -3,6 +3,7 @@
 // does not parse is reported and left alone while the other groups are served.
 #include "group_files.h"
 #include "router_process.h"
+#include "run_program.h"
 #include "ut_options_database.h"
 #include "whiteboard_clients.h"
 #include "whiteboard_files.h"
@@ -16,6 +17,9 @@
 
 #ifndef SVC_WHITEBOARD_PATH
 #error "SVC_WHITEBOARD_PATH must name the svc_whiteboard program"
+#endif
+#ifndef SVC_WBCLIENT_PATH
+#error "SVC_WBCLIENT_PATH must name the svc_wbclient program"
 #endif
 
 namespace {
@@ -181,6 +185,29 @@ TEST_F(WhiteBoardProcess, ABrokenGroupFileIsReportedLeftAloneAndTheOthersServed)
     EXPECT_TRUE(contains(errors, "group \"Broken\": the file " + at("ORT/WhiteBoard/Broken.wbd") +
                                      " cannot be read"))
         << errors;
+}
+
+TEST_F(WhiteBoardProcess, TheCommandLineClientSetsAndShowsValues) {
+    startService(1, {"-stay"});
+    std::string port = std::to_string(router.port);
+    auto client = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), {SVC_WBCLIENT_PATH, "-connect_servicerouter", port});
+        return runProgram(words, kWaitMs);
+    };
+    ProgramRun set = client({"-disk", "-set", "GeneralConfiguration", "Versctrl_CVSPath", "/x"});
+    EXPECT_EQ(set.exitCode, 0) << set.err;
+    ProgramRun number =
+        client({"-set_int32", "GeneralConfiguration", "Versctrl_CVSTimeLimit", "0x20"});
+    EXPECT_EQ(number.exitCode, 0) << number.err;
+    ProgramRun get = client({"-get", "GeneralConfiguration"});
+    EXPECT_EQ(get.exitCode, 0) << get.err;
+    std::string expected = "Int32 {\n    \"Versctrl_CVSTimeLimit\" = 32\n}\nString {\n"
+                           "    \"Versctrl_CVSPath\" = \"/x\"\n}\n";
+    EXPECT_EQ(get.out, expected);
+    EXPECT_EQ(readFile(at("ORT/WhiteBoard/GeneralConfiguration.wbd")), expected);
+    EXPECT_EQ(client({"-get"}).exitCode, 2);
+    service.kill();
+    EXPECT_EQ(client({"-get", "GeneralConfiguration"}).exitCode, 1);
 }
 
 } // namespace
