@@ -84,6 +84,7 @@ int runRouter(const RouterOptions& options) {
         }
     }
 
+    router.setLaunchedRunning(launcher.runningCount());
     IdleNotifier* notifier = IdleNotifier::get();
     int32_t idleSince = plat_tick_count();
     for (;;) {
@@ -100,6 +101,7 @@ int runRouter(const RouterOptions& options) {
             if (end.exitCode != 0)
                 code = kExitPluginFailed;
         }
+        router.setLaunchedRunning(launcher.runningCount());
         int32_t now = plat_tick_count();
         bool idle = router.pluginCount() == 0 && launcher.runningCount() == 0;
         if (!idle)

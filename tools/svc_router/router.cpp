@@ -71,6 +71,7 @@ void Router::flushWrites() {
 }
 
 void Router::sweep() {
+    expireHeld();
     flushWrites();
     int32_t now = plat_tick_count();
     std::vector<PluginConnection*> gone;
@@ -99,6 +100,7 @@ void Router::pluginGone(PluginConnection* plugin) {
     logEvent("plug-in %u has gone%s%s", id, status.message && *status.message ? ": " : "",
              text(status.message));
     plugins.erase(id);
+    held.dropOf(id);
     for (const VirtualConnection& c : connections.takeAllOf(id)) {
         if (c.clientPlugin == id && c.providerPlugin == id)
             continue;
@@ -149,6 +151,8 @@ void Router::registerServices(PluginConnection* from, const StringList& names) {
     }
     RNList list{static_cast<int32_t>(block.size()), block.data()};
     from->RNBlockReservedEvent(false, list);
+    for (int32_t i = 0; i < count; ++i)
+        releaseHeld(text(names.data[i]));
 }
 
 void Router::unregisterService(PluginConnection* from, uint32_t serviceRN) {
@@ -177,12 +181,24 @@ void Router::requestConnection(PluginConnection* from, const char* serviceName,
     const RegisteredService* service = registry.find(text(serviceName), providingPluginId);
     PluginConnection* provider = service ? find(service->pluginId) : nullptr;
     std::vector<uint32_t> rn;
+    if (service == nullptr && providingPluginId == kNoPlugin && pluginStillStarting()) {
+        HeldRequest request;
+        request.clientPlugin = from->getPluginId();
+        request.serviceName = text(serviceName);
+        request.clientCookie = clientCookie;
+        request.deadlineTick = plat_tick_add(plat_tick_count(), kStartHoldMs);
+        for (int32_t i = 0; i < stp_count(nameValuePairs.data, nameValuePairs.count); ++i)
+            request.nameValuePairs.push_back(text(nameValuePairs.data[i]));
+        held.hold(request);
+        logEvent("plug-in %u: \"%s\" is not offered yet; the request waits for the plug-ins "
+                 "that are starting",
+                 from->getPluginId(), text(serviceName));
+        return;
+    }
     if (provider)
         rn = routeNumbers.reserve(from->getPluginId(), 1);
     if (rn.empty()) {
-        logEvent("plug-in %u: no service \"%s\"", from->getPluginId(), text(serviceName));
-        from->ConnectionReplyEvent(false, serviceName, 0, false, false, false, 0, kNoPlugin,
-                                   nullptr, clientCookie);
+        answerNotFound(from, serviceName, clientCookie);
         return;
     }
     VirtualConnection c;
@@ -197,6 +213,47 @@ void Router::requestConnection(PluginConnection* from, const char* serviceName,
              c.clientPlugin, c.providerPlugin, c.serviceName.c_str());
     provider->ConnectionRequestedEvent(false, c.clientPlugin, c.serviceRN, c.clientRN,
                                        nameValuePairs);
+}
+
+void Router::answerNotFound(PluginConnection* from, const char* serviceName,
+                            uint32_t clientCookie) {
+    logEvent("plug-in %u: no service \"%s\"", from->getPluginId(), text(serviceName));
+    from->ConnectionReplyEvent(false, serviceName, 0, false, false, false, 0, kNoPlugin, nullptr,
+                               clientCookie);
+}
+
+bool Router::pluginStillStarting() const {
+    size_t opened = 0;
+    for (const auto& [id, plugin] : plugins)
+        if (!plugin->isGone() && plugin->hasSentPluginId())
+            ++opened;
+    return launchedRunning > opened;
+}
+
+void Router::releaseHeld(const std::string& name) {
+    for (HeldRequest& r : held.takeFor(name)) {
+        PluginConnection* client = find(r.clientPlugin);
+        if (client == nullptr)
+            continue;
+        std::vector<char*> words;
+        for (std::string& w : r.nameValuePairs)
+            words.push_back(w.data());
+        StringList pairs{static_cast<int32_t>(words.size()),
+                         words.empty() ? nullptr : words.data()};
+        requestConnection(client, r.serviceName.c_str(), kNoPlugin, pairs, r.clientCookie);
+    }
+}
+
+void Router::expireHeld() {
+    if (held.size() == 0)
+        return;
+    std::vector<HeldRequest> due = held.takeDue(plat_tick_count());
+    if (!pluginStillStarting())
+        for (HeldRequest& r : held.takeAll())
+            due.push_back(std::move(r));
+    for (const HeldRequest& r : due)
+        if (PluginConnection* client = find(r.clientPlugin))
+            answerNotFound(client, r.serviceName.c_str(), r.clientCookie);
 }
 
 void Router::refuse(const VirtualConnection& c) {

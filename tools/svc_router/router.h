@@ -2,6 +2,7 @@
 // the virtual connections between plug-ins, and the relay of those connections' packets.
 #pragma once
 
+#include "held_requests.h"
 #include "route_numbers.h"
 #include "service_registry.h"
 #include "stp_transport.h"
@@ -23,6 +24,9 @@ class Router : public STPForwarder {
 public:
     // How long a new connection may take to send its negotiation packet before it is closed.
     static constexpr int32_t kNegotiateDeadlineMs = 30000;
+    // How long a request for a service nobody offers may wait for a launched plug-in that is
+    // still starting (see pluginStillStarting).
+    static constexpr int32_t kStartHoldMs = 10000;
 
     // `log` (not owned, may be null) gets the message records of every connection and a line
     // for every event.
@@ -44,6 +48,8 @@ public:
     size_t pluginCount() const { return plugins.size(); }
     // A plug-in has connected at some time.
     bool hasServed() const { return served; }
+    // How many plug-ins this router launched are running now; told after every turn.
+    void setLaunchedRunning(size_t count) { launchedRunning = count; }
 
     STPTransport* forwardTarget(uint32_t remoteRN) override;
 
@@ -83,6 +89,16 @@ private:
     void pluginGone(PluginConnection* plugin);
     // Tells a client that its request came to nothing: found, not accepted.
     void refuse(const VirtualConnection& connection);
+    void answerNotFound(PluginConnection* from, const char* serviceName, uint32_t clientCookie);
+    // More launched plug-ins run than connections have opened (been given their plug-in id):
+    // one of them may still offer a name that nobody offers now. Launched plug-ins and
+    // connections are not matched one to one; a client that connects early only shortens the
+    // hold, and every hold ends after kStartHoldMs.
+    bool pluginStillStarting() const;
+    // Carries out the held requests for a name that has just been offered.
+    void releaseHeld(const std::string& name);
+    // Refuses held requests whose time is up, or all of them when nothing is starting.
+    void expireHeld();
 
     STPLog* log;
     uint16_t listenPort = 0;
@@ -92,4 +108,6 @@ private:
     RouteNumbers routeNumbers;
     ServiceRegistry registry;
     VirtualConnectionTable connections;
+    HeldRequests held;
+    size_t launchedRunning = 0;
 };

@@ -11,12 +11,6 @@ CVS_VersionControl_ServiceFactory* g_versionControlFactory = nullptr;
 CVS_VC_CheckoutInfo_ServiceFactory* g_checkoutInfoFactory = nullptr;
 } // namespace
 
-bool loadDefaultConfig() {
-    // No WhiteBoard client in this build: go on with the compiled defaults.
-    gen_warning("Unable to get connection to WhiteBoard.\n");
-    return false;
-}
-
 bool setupCVSServer() {
     g_versionControlFactory = new CVS_VersionControl_ServiceFactory();
     g_checkoutInfoFactory = new CVS_VC_CheckoutInfo_ServiceFactory();

@@ -34,6 +34,13 @@ protected:
     void SetUp() override {
         router = new FakeRouter();
         ASSERT_TRUE(router->listen());
+        // This router offers no WhiteBoard: the configuration's request is told "not found".
+        router->onMessage = [this](const std::string& name) {
+            if (name == "RequestServiceConnection")
+                router->ConnectionReplyEvent(false, router->lastServiceName.c_str(), 0, false,
+                                             false, false, 0, 0xffffffffu, nullptr,
+                                             router->lastClientCookie);
+        };
         errPath = testing::TempDir() + "cvsservice_router_test_" +
                   std::to_string(plat_current_process_id()) + ".err";
         int errFd = plat_open(errPath.c_str(), PLAT_O_WRONLY | PLAT_O_CREAT | PLAT_O_TRUNC, 0644);
@@ -58,7 +65,8 @@ protected:
     }
 
     // The router's half of the opening: tables both ways, then the plug-in id once the empty
-    // service list and the persistence flag have come.
+    // service list and the persistence flag have come; then the request for the WhiteBoard and
+    // the two registrations.
     void open() {
         ASSERT_TRUE(router->sendNegotiate(true));
         TimeoutSTPRetryHandler wait(10000, router->routerTransport());
@@ -66,7 +74,7 @@ protected:
         ASSERT_TRUE(router->awaitTags(&wait, &status)) << status.message;
         ASSERT_TRUE(router->waitForRecords(2, 10000));
         ASSERT_TRUE(router->PluginId(true, 0x20001));
-        ASSERT_TRUE(router->waitForRecords(4, 10000));
+        ASSERT_TRUE(router->waitForRecords(5, 10000));
     }
     // Waits for the child's end; its exit code, or -1 when it did not end in time.
     int exitCode(int timeoutMs = 15000) {
@@ -90,6 +98,12 @@ protected:
 
 TEST_F(ServiceProcess, OpensRegistersServesAClientAndLeavesWhenTheRouterLetsItGo) {
     open();
+    ASSERT_EQ(router->log.records.size(), 5u);
+    EXPECT_EQ(router->log.records[2].rfind(
+                  "RECV: RequestServiceConnection: serviceName:\"WhiteBoard\", ", 0),
+              0u)
+        << router->log.records[2];
+    router->log.records.erase(router->log.records.begin() + 2);
     EXPECT_EQ(router->log.records,
               (std::vector<std::string>{
                   "RECV: RegisterServiceList: name_list:{count:0x0 data:}",
