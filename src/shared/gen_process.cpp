@@ -451,9 +451,12 @@ bool captureCommand(const char* command, char** stdoutText, char** stderrText, s
                     fds[count++] = s->fds[0];
                 }
             bool ready[2] = {false, false};
-            int rc = plat_wait_readable(fds, count, left, ready);
-            if (rc < 0)
+            if (plat_wait_readable(fds, count, left, ready) < 0) {
+                // Nothing more can be read: closing the ends lets a writing child go on.
+                out.closeRead();
+                err.closeRead();
                 break;
+            }
             for (int i = 0; i < count; ++i)
                 if (ready[i])
                     waiting[i]->drain();

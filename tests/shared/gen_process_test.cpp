@@ -5,6 +5,7 @@
 
 #include "gen_string.h"
 #include "indgen.h"
+#include "plat_pipe.h"
 #include "plat_time.h"
 #include "scratch_folder.h"
 
@@ -144,12 +145,21 @@ TEST_F(Children, EveryByteOfAnArgumentAndOfTheDirectoryReachesTheChild) {
     std::string all;
     for (int b = 1; b < 256; ++b)
         all += static_cast<char>(b);
-    const char* argv[] = {"printf", "%s", all.c_str(), nullptr};
-    char* line = argvCommandLine("printf", argv);
-    Capture c = capture(line);
-    gen_free(line);
-    EXPECT_TRUE(c.ok) << c.err;
-    EXPECT_EQ(c.out, all);
+    int fds[2];
+    ASSERT_TRUE(plat_pipe(fds));
+    const char* argv[] = {"ignored", "%s", all.c_str(), nullptr};
+    PlatProcess* process = nullptr;
+    ASSERT_TRUE(spawnArgv("printf", argv, &process, GEN_NO_HANDLE, fds[1], GEN_NO_HANDLE,
+                          GEN_SPAWN_DETACHED));
+    plat_close_fd(fds[1]);
+    std::string received;
+    char buffer[512];
+    for (long n; (n = plat_read_fd(fds[0], buffer, sizeof buffer)) > 0;)
+        received.append(buffer, static_cast<size_t>(n));
+    plat_close_fd(fds[0]);
+    EXPECT_EQ(plat_wait_process(process, 10000), PlatWait::exited);
+    plat_close_process(process);
+    EXPECT_EQ(received, all);
 
     for (int b = 1; b < 256; ++b) {
         if (b == '/')
@@ -157,7 +167,7 @@ TEST_F(Children, EveryByteOfAnArgumentAndOfTheDirectoryReachesTheChild) {
         std::string dir = at(std::string("d") + static_cast<char>(b) + "it's x");
         std::filesystem::create_directory(dir);
         char* cd = cdCommandLine(dir.c_str(), "pwd -P");
-        c = capture(cd);
+        Capture c = capture(cd);
         gen_free(cd);
         EXPECT_TRUE(c.ok) << b << c.err;
         EXPECT_EQ(c.out, dir + "\n") << b;
@@ -172,6 +182,18 @@ TEST_F(Children, TheChildSeesTheNameThatRunsAndAnExistingExeNameStays) {
     std::string exe = script("tool.exe", "printf %s \"$0\"\n");
     c = capture(exe);
     EXPECT_EQ(c.out, exe);
+}
+
+TEST_F(Children, AVectorRunsWithoutHandlesAndMayDropALeadingByte) {
+    std::string made = at("made by the child");
+    const char* argv[] = {"@touch", made.c_str(), nullptr};
+    PlatProcess* process = nullptr;
+    ASSERT_TRUE(spawnVector(argv, &process, true));
+    EXPECT_EQ(plat_wait_process(process, 10000), PlatWait::exited);
+    plat_close_process(process);
+    EXPECT_TRUE(std::filesystem::exists(made));
+    EXPECT_FALSE(spawnVector(argv, &process, false)); // "@touch" is no program
+    EXPECT_EQ(process, nullptr);
 }
 
 TEST_F(Children, ExitCodesAndTextsOfBothStreams) {
