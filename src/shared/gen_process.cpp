@@ -125,17 +125,13 @@ bool startLine(const CommandLine& line, const char* baseDirectory, PlatProcess**
     for (size_t i = 1; i < line.words.size(); ++i)
         argv.push_back(line.words[i].c_str());
     argv.push_back(nullptr);
-    char* directory = nullptr;
-    if (!line.workingDirectory.empty())
-        directory = baseDirectory && *baseDirectory
-                        ? gen_path_join(baseDirectory, line.workingDirectory.c_str())
-                        : gen_strdup(line.workingDirectory.c_str());
-    else if (baseDirectory && *baseDirectory)
-        directory = gen_strdup(baseDirectory);
-    bool ok =
-        createChild(argv.data(), directory, process, stdinFd, stdoutFd, stderrFd, flags, error);
-    gen_free(directory);
-    return ok;
+    // Joined as a shell's "cd BASE ; cd DIR" would, without normalising: names keep every byte.
+    std::string directory = baseDirectory ? baseDirectory : "";
+    const std::string& own = line.workingDirectory;
+    if (!own.empty())
+        directory = directory.empty() || own[0] == '/' ? own : directory + "/" + own;
+    return createChild(argv.data(), directory.c_str(), process, stdinFd, stdoutFd, stderrFd, flags,
+                       error);
 }
 
 // A growing buffer for one output stream of a run: the first n bytes get a capacity of 2n + 1,
@@ -429,7 +425,8 @@ bool captureCommand(const char* command, char** stdoutText, char** stderrText, s
                                 GEN_SPAWN_DETACHED, &why);
         out.closeWrite();
         err.closeWrite();
-        bool limited = timeLimitSeconds > 0;
+        // Ticks wrap after about 24 days; a longer limit is as good as none.
+        bool limited = timeLimitSeconds > 0 && timeLimitSeconds < 2000000;
         int32_t deadline = plat_tick_add(plat_tick_count(), limited ? timeLimitSeconds * 1000 : 0);
         // Both streams are drained at once; the one read first alternates from pass to pass,
         // so that a busy stream cannot starve the other.
