@@ -24,6 +24,16 @@ inline void writeFile(const std::string& path, const std::string& content) {
     out << content;
 }
 
+// Writes `content` as the whole file and makes it executable (a script with a "#!" line that
+// tests start directly, as a stand-in for a real program).
+inline void writeExecutable(const std::string& path, const std::string& content) {
+    writeFile(path, content);
+    std::filesystem::permissions(
+        path, std::filesystem::perms::owner_all | std::filesystem::perms::group_read |
+                  std::filesystem::perms::group_exec | std::filesystem::perms::others_read |
+                  std::filesystem::perms::others_exec);
+}
+
 // A fresh folder under the system's temporary directory, named after the running test and the
 // process, removed with everything in it at the end (write permission that a case took away is
 // given back first).

@@ -21,6 +21,7 @@ extern char** environ;
 struct PlatProcess {
     pid_t pid = -1;
     bool ended = false;
+    bool ownGroup = false; // spawned with newSession: leads a process group of its own
     int exitCode = 0;
 };
 
@@ -30,20 +31,60 @@ bool endsWithExe(const char* name) {
     return n > 4 && std::strcmp(name + n - 4, ".exe") == 0;
 }
 
+// Hands `fd` to the child as its descriptor `target`; 0 or an error number.
+int addStream(posix_spawn_file_actions_t* actions, int fd, int target) {
+    if (fd == PLAT_SPAWN_NULL_DEVICE)
+        return posix_spawn_file_actions_addopen(actions, target, "/dev/null",
+                                                target == 0 ? O_RDONLY : O_WRONLY, 0);
+    if (fd >= 0)
+        return posix_spawn_file_actions_adddup2(actions, fd, target);
+    return 0;
+}
+
+// What the options ask of the child, as file actions and attributes; 0 or an error number.
+int prepare(posix_spawn_file_actions_t* actions, posix_spawnattr_t* attr,
+            const PlatSpawnOptions* options) {
+    if (options == nullptr)
+        return 0;
+    int rc = addStream(actions, options->stdinFd, 0);
+    if (rc == 0)
+        rc = addStream(actions, options->stdoutFd, 1);
+    if (rc == 0)
+        rc = addStream(actions, options->stderrFd, 2);
+    if (rc == 0 && options->workingDir)
+        rc = posix_spawn_file_actions_addchdir_np(actions, options->workingDir);
+    if (rc != 0 || !options->newSession)
+        return rc;
+    // A detached child also starts with no signal blocked and SIGPIPE at its default, whatever
+    // this process did with them.
+    sigset_t none, pipe;
+    sigemptyset(&none);
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    rc = posix_spawnattr_setsigmask(attr, &none);
+    if (rc == 0)
+        rc = posix_spawnattr_setsigdefault(attr, &pipe);
+    if (rc == 0)
+        rc = posix_spawnattr_setflags(attr, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK |
+                                                POSIX_SPAWN_SETSIGDEF);
+    return rc;
+}
+
 int spawnOnce(pid_t* pid, const char* const argv[], const PlatSpawnOptions* options) {
     posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (options) {
-        if (options->stdinFd >= 0)
-            posix_spawn_file_actions_adddup2(&actions, options->stdinFd, 0);
-        if (options->stdoutFd >= 0)
-            posix_spawn_file_actions_adddup2(&actions, options->stdoutFd, 1);
-        if (options->stderrFd >= 0)
-            posix_spawn_file_actions_adddup2(&actions, options->stderrFd, 2);
-        if (options->workingDir)
-            posix_spawn_file_actions_addchdir_np(&actions, options->workingDir);
+    int rc = posix_spawn_file_actions_init(&actions);
+    if (rc != 0)
+        return rc;
+    posix_spawnattr_t attr;
+    rc = posix_spawnattr_init(&attr);
+    if (rc != 0) {
+        posix_spawn_file_actions_destroy(&actions);
+        return rc;
     }
-    int rc = posix_spawnp(pid, argv[0], &actions, nullptr, const_cast<char* const*>(argv), environ);
+    rc = prepare(&actions, &attr, options);
+    if (rc == 0)
+        rc = posix_spawnp(pid, argv[0], &actions, &attr, const_cast<char* const*>(argv), environ);
+    posix_spawnattr_destroy(&attr);
     posix_spawn_file_actions_destroy(&actions);
     return rc;
 }
@@ -104,6 +145,7 @@ PlatProcess* plat_spawn(const char* const argv[], const PlatSpawnOptions* option
         return nullptr;
     }
     p->pid = pid;
+    p->ownGroup = options && options->newSession;
     return p;
 }
 
@@ -158,6 +200,24 @@ bool plat_terminate_process(PlatProcess* process, int exitCode) {
     if (reapNoHang(process))
         return true;
     if (kill(process->pid, SIGKILL) != 0)
+        return false;
+    int status = 0;
+    plat_retry_eintr([&] { return waitpid(process->pid, &status, 0); });
+    process->ended = true;
+    process->exitCode = exitCode;
+    return true;
+}
+
+bool plat_terminate_process_group(PlatProcess* process, int exitCode) {
+    if (process == nullptr)
+        return false;
+    if (!process->ownGroup)
+        return plat_terminate_process(process, exitCode);
+    // Once the leader has been reaped its number may be reused, so the group is only killed
+    // while the child is unreaped (a zombie still holds the number).
+    if (process->ended)
+        return true;
+    if (kill(-process->pid, SIGKILL) != 0 && kill(process->pid, SIGKILL) != 0)
         return false;
     int status = 0;
     plat_retry_eintr([&] { return waitpid(process->pid, &status, 0); });

@@ -9,16 +9,27 @@
 
 struct PlatProcess;
 
+// A standard descriptor of PlatSpawnOptions that the child gets from /dev/null: the Linux
+// meaning of a child that is given no handle for that stream.
+inline constexpr int PLAT_SPAWN_NULL_DEVICE = -2;
+
 struct PlatSpawnOptions {
     const char* workingDir = nullptr; // null: the current directory
-    int stdinFd = -1;                 // -1: inherited
+    int stdinFd = -1;                 // -1: inherited; PLAT_SPAWN_NULL_DEVICE: /dev/null
     int stdoutFd = -1;
     int stderrFd = -1;
+    // DETACHED_PROCESS: the child starts a new session, so it has no controlling terminal (a
+    // prompt that opens /dev/tty fails at once) and leads a process group of its own, which
+    // plat_terminate_process_group kills as a whole.
+    bool newSession = false;
 };
 
 // CreateProcessA from an argument vector (null-terminated), never through a shell. argv[0] is
-// searched in PATH. A program named "x.exe" that does not exist runs as "x". Returns the handle,
-// or null with *error set (not_found when the program is missing).
+// searched in PATH. A program named "x.exe" that does not exist runs as "x", and then argv[0]
+// is "x" too: the child sees the name that actually runs. Every step of the spawn is checked:
+// a working directory that cannot be entered, a descriptor that cannot be handed over, or a
+// missing program makes it fail. Returns the handle, or null with *error set (not_found when
+// the program or the working directory is missing).
 PlatProcess* plat_spawn(const char* const argv[], const PlatSpawnOptions* options,
                         PlatError* error);
 
@@ -32,6 +43,10 @@ bool plat_process_exit_code(const PlatProcess* process, int* code);
 // TerminateProcess: kills the child (SIGKILL) and reaps it; its exit code then reads as
 // `exitCode`, the code Windows would give it.
 bool plat_terminate_process(PlatProcess* process, int exitCode);
+// TerminateProcess of the child and of every process it started: for a child spawned with
+// newSession, SIGKILL to its whole process group (grandchildren that stayed in it die too),
+// otherwise to the child alone. Reaps the child; its exit code reads as `exitCode`.
+bool plat_terminate_process_group(PlatProcess* process, int exitCode);
 // CloseHandle: forgets the handle. A child that still runs goes on running.
 void plat_close_process(PlatProcess* process);
 // The child's process id, used where a label shows the handle.

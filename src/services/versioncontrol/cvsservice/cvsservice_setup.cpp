@@ -2,6 +2,7 @@
 #include "cvsservice.h"
 
 #include "cvs_service_factories.h"
+#include "cvs_versioncontrol_server.h"
 #include "indgen.h"
 #include "servicerouter_proxy.h"
 

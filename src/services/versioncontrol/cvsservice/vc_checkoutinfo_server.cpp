@@ -35,7 +35,8 @@ bool VC_CheckoutInfo_Server_ExitCondition::mustExit() {
 }
 
 const char* const CVS_VC_CheckoutInfo_Server::kNotAvailable =
-    "This build of the VC_CheckoutInfo service does not scan checkouts yet.\n";
+    "This operation is not built yet: this version of the VC_CheckoutInfo service cannot scan "
+    "checkouts.\n";
 
 CVS_VC_CheckoutInfo_Server::CVS_VC_CheckoutInfo_Server(STPTransport* transport, uint32_t localRN,
                                                        uint32_t remoteRN)

@@ -2,7 +2,7 @@
 // the global router client of a process connected to a scripted router.
 #include "client_path.h"
 
-#include "cvs_service_factories.h"
+#include "cvs_versioncontrol_server.h"
 #include "fake_router.h"
 #include "indgen.h"
 #include "servicerouter_proxy.h"

@@ -135,8 +135,7 @@ TEST_F(ServiceProcess, OpensRegistersServesAClientAndLeavesWhenTheRouterLetsItGo
     char* error = nullptr;
     ASSERT_TRUE(client->GetVCUsername(&user, &error, &wait, &status)) << status.message;
     EXPECT_EQ(user, nullptr);
-    EXPECT_STREQ(error,
-                 "This build of the VersionControl service does not carry out requests yet.\n");
+    EXPECT_STREQ(error, "GetVCUsername is not implemented.\n");
     gen_free(user);
     gen_free(error);
 
