@@ -6,7 +6,9 @@
 // What cvsservice makes of a value shows on its standard error stream (the router's): an
 // unknown versioncontroltype is warned about by the same callback that copies Versctrl_CVSPath
 // to the path of the cvs client. Its message log (-sr_log) shows the conversation in order.
+#include "gen_string.h"
 #include "router_process.h"
+#include "service_session.h"
 #include "versctrl_defaultconfig.h"
 #include "whiteboard_clients.h"
 
@@ -119,6 +121,40 @@ TEST_F(ConfigurationEndToEnd, TheServiceValuesComeBeforeTheRegistrationsAndChang
     EXPECT_TRUE(contains(conversation.substr(changes, offer - changes),
                          "_name:\"Versctrl_CVSPath\" _value:\"/from/the/service\""))
         << conversation;
+}
+
+TEST(ConfigurationTakesEffect, TheNextCvsRunUsesTheProgramSetThroughTheWhiteBoard) {
+    ScratchFolder scratch;
+    setenv("XDG_CONFIG_HOME", scratch.root().c_str(), 1);
+    // A stand-in for cvs that leaves a mark and says who it is.
+    std::string wrapper = scratch.at("bin/cvs-wrapper");
+    writeExecutable(wrapper, "#!/bin/sh\necho \"$@\" > \"$0.ran\"\necho wrapper says $1\n");
+
+    ServiceSession session;
+    ASSERT_TRUE(session.start(scratch, {"-plugin", SVC_WHITEBOARD_PATH})) << session.error();
+    VcClient* vc = session.connectVersionControl(scratch.root());
+    ASSERT_NE(vc, nullptr) << session.error();
+
+    WhiteBoardClients clients;
+    std::string error;
+    ASSERT_TRUE(clients.open(session.router().port, scratch.root(), &error)) << error;
+    WhiteBoard* board = clients.connect();
+    ASSERT_NE(board, nullptr);
+    ASSERT_TRUE(board->setStringValue(CFG_WBD, "Versctrl_CVSPath", wrapper.c_str(), true));
+    // The service has told cvsservice before it answers this: the change is there first.
+    ASSERT_TRUE(clients.fetch(board, CFG_WBD));
+
+    char* output = nullptr;
+    char* errors = nullptr;
+    STPStatus status;
+    ASSERT_TRUE(vc->ExecuteCommandString("version", &output, &errors, session.waiter().get(),
+                                         &status))
+        << status.message;
+    EXPECT_STREQ(output, "wrapper says version\n");
+    EXPECT_STREQ(errors, "");
+    EXPECT_EQ(readFile(wrapper + ".ran"), "version\n");
+    gen_free(output);
+    gen_free(errors);
 }
 
 TEST_F(ConfigurationEndToEnd, WithoutAWhiteBoardTheFilesStillCount) {

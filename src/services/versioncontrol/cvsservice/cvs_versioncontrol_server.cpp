@@ -14,11 +14,6 @@ void CVS_VersionControl_Server::notBuiltYet(char** error_string) {
     *error_string = gen_strdup(kNotBuiltYet);
 }
 
-void CVS_VersionControl_Server::markAllEntriesStale() {
-    // The cache of CVS/Entries images is not part of this build yet: nothing is cached, so
-    // nothing can be stale.
-}
-
 CVS_VersionControl_ServiceFactory::CVS_VersionControl_ServiceFactory()
     : ServiceFactory("VersionControl.CVS", -1, true) {}
 

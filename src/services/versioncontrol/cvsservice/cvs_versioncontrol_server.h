@@ -8,6 +8,7 @@
 // belong to the caller (the generated dispatcher frees them).
 #pragma once
 
+#include "cvs_entries.h"
 #include "service_factory.h"
 #include "versioncontrol_server.h"
 
@@ -68,10 +69,13 @@ protected:
     // Sets *error_string to kNotBuiltYet.
     static void notBuiltYet(char** error_string);
 
-private:
     // Marks every cached image of a CVS/Entries file of this server as stale, for a command
     // that may have changed any of them.
-    void markAllEntriesStale();
+    void markAllEntriesStale() { entries.markAllStale(); }
+
+    // This client's images of CVS/Entries files; they live and die with the object, so two
+    // clients never share them.
+    EntriesCache entries;
 };
 
 // "VersionControl.CVS", no instance limit, self-registering; makes a CVS_VersionControl_Server
