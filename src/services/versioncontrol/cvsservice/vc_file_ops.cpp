@@ -18,22 +18,7 @@ void CVS_VersionControl_Server::CheckOutFile(const char*, const char*, char** er
     notBuiltYet(error_string);
 }
 
-void CVS_VersionControl_Server::CheckOutFileByVersion(const char*, const char*,
-                                                      char** error_string) {
-    notBuiltYet(error_string);
-}
-
 void CVS_VersionControl_Server::GetFile(const char*, char** error_string) {
-    notBuiltYet(error_string);
-}
-
-void CVS_VersionControl_Server::RestoreFileToDate(const char*, const char*, const char*, bool,
-                                                  char** error_string) {
-    notBuiltYet(error_string);
-}
-
-void CVS_VersionControl_Server::RestoreFileToVersion(const char*, const char*, const char*, bool,
-                                                     char** error_string) {
     notBuiltYet(error_string);
 }
 
