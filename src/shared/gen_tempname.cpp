@@ -41,7 +41,8 @@ char* withExtension(char* name, const char* extension) {
     if (extension && *extension == '.')
         ++extension;
     if (!extension || !*extension) {
-        // Windows drops a final dot from file names; do the same so the name is the file's.
+        // A final dot does not survive on every file system a peer may use (it is dropped
+        // there), so the name handed out has none and stays the file's name everywhere.
         size_t n = std::strlen(name);
         if (n > 0 && name[n - 1] == '.')
             name[n - 1] = '\0';

@@ -104,8 +104,8 @@ public:
     bool bindAndService(plat_socket fd, STPStatus* status = nullptr);
 
     // ---- Static socket helpers (failures go to `status` only) ---------------------------------
-    // The connected, non-blocking socket, or PLAT_INVALID_SOCKET (-1). The design's "0 on
-    // failure" is a valid descriptor on this platform, so -1 stands for it.
+    // The connected, non-blocking socket, or PLAT_INVALID_SOCKET (-1). Failure is -1, not 0:
+    // 0 is a valid descriptor here (a process started with its standard input closed gets it).
     static plat_socket connectToServer(const char* host, uint16_t port,
                                        STPStatus* status = nullptr);
     // A blocking listening socket on all addresses, backlog 5, or PLAT_INVALID_SOCKET.
