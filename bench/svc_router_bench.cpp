@@ -125,7 +125,7 @@ double routedRate(const std::string& router, const char* self, const std::string
         fail("cannot start svc_router");
     uint16_t port = 0;
     for (int32_t start = plat_tick_count(); port == 0;) {
-        if (FILE* f = std::fopen(portFile.c_str(), "r")) {
+        if (FILE* f = std::fopen(portFile.c_str(), "re")) {
             unsigned value = 0;
             if (std::fscanf(f, "%u\n", &value) == 1)
                 port = static_cast<uint16_t>(value);

@@ -1,6 +1,7 @@
 // svc_router: the service router program. Listens for plug-ins (or connects back to the one
 // that launched it), launches the plug-ins it is told about, and routes between them until
 // the last one has gone.
+#include "gen_file.h"
 #include "indgen.h"
 #include "listen_socket.h"
 #include "plat_time.h"
@@ -23,7 +24,7 @@ constexpr int32_t kTurnMs = 1000;
 constexpr int32_t kShortTurnMs = 100;
 
 bool writePortFile(const std::string& path, uint16_t port) {
-    FILE* file = std::fopen(path.c_str(), "w");
+    FILE* file = gen_fopen(path.c_str(), "w");
     if (file == nullptr)
         return false;
     std::fprintf(file, "%u\n", port);
@@ -33,7 +34,7 @@ bool writePortFile(const std::string& path, uint16_t port) {
 int runRouter(const RouterOptions& options) {
     std::unique_ptr<STPLog> log;
     if (!options.logFile.empty()) {
-        FILE* file = std::fopen(options.logFile.c_str(), "a");
+        FILE* file = gen_fopen(options.logFile.c_str(), "a");
         if (file == nullptr) {
             gen_error("cannot open the log file %s", options.logFile.c_str());
             return kExitCannotStart;

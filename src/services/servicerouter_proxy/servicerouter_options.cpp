@@ -3,6 +3,7 @@
 #include "servicerouter_proxy.h"
 
 #include "gen_asprintf.h"
+#include "gen_file.h"
 #include "gen_path.h"
 #include "gen_string.h"
 #include "indgen.h"
@@ -140,7 +141,7 @@ void ServiceRouter_Proxy::parseOptions(int* argc, char** argv) {
             replace(&router_host, value);
             break;
         case OptionKind::log:
-            if (FILE* file = std::fopen(value, "w")) {
+            if (FILE* file = gen_fopen(value, "w")) {
                 if (log_file)
                     std::fclose(log_file);
                 log_file = file;

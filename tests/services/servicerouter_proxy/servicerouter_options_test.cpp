@@ -2,12 +2,21 @@
 // automatic number base, a value-taking option as the last word, and the debug warnings.
 #include "servicerouter_proxy.h"
 
+#include "child_mode.h"
+#include "gen_file.h"
 #include "gen_path.h"
+#include "gen_tempname.h"
 #include "indgen.h"
+#include "plat_files.h"
+#include "run_program.h"
+#include "scratch_folder.h"
+#include "stp_transport.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <sstream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -283,5 +292,62 @@ INSTANTIATE_TEST_SUITE_P(
         WarningCase{"debugger_without_startup", {"p", "-sr_debug_debugger", "d"}, {kNeedStartup}},
         WarningCase{"opts_without_startup", {"p", "-sr_debug_debugger_opts", "o"}, {kNeedStartup}}),
     [](const testing::TestParamInfo<WarningCase>& info) { return std::string(info.param.label); });
+
+// A child gets the standard streams and nothing else, even while the process holds its -sr_log
+// file, a temporary file by name and by descriptor, a listening socket and a connection open.
+TEST(ChildDescriptors, AChildInheritsOnlyTheStandardStreams) {
+    ScratchFolder folder;
+    // What this process got from its own parent is not the process's doing.
+    std::vector<int> before = openDescriptors();
+    Parsed p = parse({"p", "-sr_log", folder.at("proxy.log")});
+    ASSERT_NE(p.proxy->getLog(), nullptr);
+    std::string made = folder.at("vccommentXXXXXX");
+    int temp = gen_make_temp(made.data());
+    ASSERT_GE(temp, 0);
+    char* named = gen_temp_name(folder.root().c_str(), "log");
+    ASSERT_NE(named, nullptr);
+    FILE* output = gen_fopen(named, "w");
+    ASSERT_NE(output, nullptr);
+    uint16_t port = 0;
+    plat_socket listening = STPTransport::getEphemeralListenSocket(&port);
+    ASSERT_NE(listening, PLAT_INVALID_SOCKET);
+    STPTransport* client = new STPTransport;
+    ASSERT_TRUE(client->connect("127.0.0.1", port));
+
+    std::string list = folder.at("fds.txt");
+    ProgramRun run =
+        runProgram(childCommand("ChildDescriptors.DISABLED_List", {"--fd-list=" + list}));
+    EXPECT_TRUE(run.finished && run.exitCode == 0) << run.err;
+    std::vector<int> inChild;
+    std::istringstream words(readFile(list));
+    for (int fd; words >> fd;)
+        inChild.push_back(fd);
+    std::vector<int> opened;
+    for (int fd : openDescriptors())
+        if (std::find(before.begin(), before.end(), fd) == before.end())
+            opened.push_back(fd);
+    EXPECT_GE(opened.size(), 5u);
+    std::vector<int> leaked;
+    for (int fd : inChild)
+        if (fd > 2 && std::find(before.begin(), before.end(), fd) == before.end())
+            leaked.push_back(fd);
+    EXPECT_EQ(leaked, std::vector<int>{}) << "opened here: " << testing::PrintToString(opened);
+    EXPECT_TRUE(std::find(inChild.begin(), inChild.end(), 1) != inChild.end());
+    EXPECT_TRUE(std::find(inChild.begin(), inChild.end(), 2) != inChild.end());
+
+    client->unref();
+    plat_close_socket(listening);
+    std::fclose(output);
+    gen_free(named);
+    plat_close(temp);
+    p.proxy->unref();
+}
+
+TEST(ChildDescriptors, DISABLED_List) {
+    std::string text;
+    for (int fd : openDescriptors())
+        text += std::to_string(fd) + " ";
+    writeFile(childArgument("fd-list"), text);
+}
 
 } // namespace

@@ -3,6 +3,8 @@
 // packets, drops and deaths, the small questions, and the rules of its end.
 #include "router_process.h"
 
+#include "child_mode.h"
+
 #include "plat_socket.h"
 #include "stp_message.h"
 #include "stp_retryhandler.h"
@@ -11,7 +13,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
+#include <sstream>
 
 namespace {
 
@@ -362,6 +366,39 @@ TEST(RouterEnd, ConnectsBackToItsLauncherAndServesItAsAPlugin) {
     EXPECT_EQ(launcher->getServiceRNs().size(), 1u);
     ASSERT_TRUE(launcher->disconnect(kWaitMs));
     EXPECT_EQ(router.wait(kWaitMs), 0) << router.errors();
+}
+
+// A launched plug-in gets the standard streams, not the router's log, listening socket or
+// spare descriptor.
+TEST(RouterEnd, LaunchedPluginsInheritOnlyTheStandardStreams) {
+    std::vector<int> before = openDescriptors(); // what the router gets from this process
+    ScratchFolder folder;
+    std::string list = folder.at("fds.txt");
+    std::vector<std::string> args{"-plugin"};
+    for (const std::string& word :
+         childCommand("RouterChild.DISABLED_ListDescriptors", {"--fd-list=" + list})) {
+        args.push_back(word);
+        args.push_back("-plugin_arg");
+    }
+    args.pop_back();
+    RouterProcess router;
+    ASSERT_TRUE(router.start(folder, args)) << router.errors();
+    EXPECT_EQ(router.wait(kWaitMs), 0) << router.errors();
+    std::istringstream words(readFile(list));
+    std::vector<int> leaked;
+    int count = 0;
+    for (int fd; words >> fd; ++count)
+        if (fd > 2 && std::find(before.begin(), before.end(), fd) == before.end())
+            leaked.push_back(fd);
+    EXPECT_GE(count, 3);
+    EXPECT_EQ(leaked, std::vector<int>{});
+}
+
+TEST(RouterChild, DISABLED_ListDescriptors) {
+    std::string text;
+    for (int fd : openDescriptors())
+        text += std::to_string(fd) + " ";
+    writeFile(childArgument("fd-list"), text);
 }
 
 TEST(RouterEnd, BadCommandLineEndsWithCode1) {

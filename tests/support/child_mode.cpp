@@ -1,0 +1,42 @@
+#include "child_mode.h"
+
+#include "plat_process.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+std::string childArgument(const std::string& name) {
+    std::string prefix = "--" + name + "=";
+    for (const std::string& arg : ::testing::internal::GetArgvs())
+        if (arg.rfind(prefix, 0) == 0)
+            return arg.substr(prefix.size());
+    return "";
+}
+
+std::vector<std::string> childCommand(const std::string& test,
+                                      const std::vector<std::string>& extra) {
+    char self[4096] = "";
+    plat_self_path(self, sizeof self);
+    std::vector<std::string> words{self, "--gtest_filter=" + test,
+                                   "--gtest_also_run_disabled_tests"};
+    words.insert(words.end(), extra.begin(), extra.end());
+    return words;
+}
+
+std::vector<int> openDescriptors() {
+    namespace fs = std::filesystem;
+    // The listing holds a descriptor of its own, which links to the folder being listed.
+    fs::path own = fs::path("/proc") / std::to_string(plat_current_process_id()) / "fd";
+    std::vector<int> open;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator("/proc/self/fd", error)) {
+        std::error_code ignored;
+        if (fs::read_symlink(entry.path(), ignored) == own)
+            continue;
+        open.push_back(std::stoi(entry.path().filename().string()));
+    }
+    std::sort(open.begin(), open.end());
+    return open;
+}

@@ -1,0 +1,19 @@
+// Child modes of a test program: the program runs itself again, as a child, to play a part that
+// a test needs in another process (a peer, a plug-in, a lister of its own descriptors). The
+// child runs one disabled test, chosen by a filter, with its own arguments behind.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// The value of "--NAME=VALUE" among this program's arguments; empty when absent.
+std::string childArgument(const std::string& name);
+
+// The words that run this program again with only the disabled test `test`
+// ("Suite.DISABLED_Name") and `extra` behind (each "--NAME=VALUE" for childArgument).
+std::vector<std::string> childCommand(const std::string& test,
+                                      const std::vector<std::string>& extra);
+
+// The descriptors open in this process, in ascending order, without the one that the listing
+// itself uses.
+std::vector<int> openDescriptors();
