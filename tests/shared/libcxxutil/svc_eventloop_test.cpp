@@ -172,6 +172,46 @@ TEST(EventLoopActions, ActionRemovingItselfRunsOnceInThatTurnAndNotInTheNext) {
     EXPECT_EQ(action.performed, 1);
 }
 
+// Removes (from its loop, if given) and deletes another action when it runs.
+struct DeletingAction : LoopAction {
+    LoopAction* victim = nullptr;
+    Svc_EventLoop* loop = nullptr;
+    explicit DeletingAction(bool autoRegister) : LoopAction(autoRegister) {}
+    void perform() override {
+        if (loop)
+            loop->removeLoopAction(victim);
+        delete victim;
+        victim = nullptr;
+    }
+};
+
+struct Victim : LoopAction {
+    int* performed;
+    Victim(bool autoRegister, int* count) : LoopAction(autoRegister), performed(count) {}
+    void perform() override { ++*performed; }
+};
+
+// Under the sanitizers a call to the deleted action is a use after free.
+TEST(EventLoopActions, AnActionDeletedByAnotherInTheSameTurnIsNotCalled) {
+    Svc_EventLoop loop;
+    loop.setSleepFunc(noWait);
+    int performed = 0;
+    DeletingAction killer(false);
+    killer.loop = &loop;
+    killer.victim = new Victim(false, &performed);
+    loop.addLoopAction(&killer);
+    loop.addLoopAction(killer.victim);
+    loop.runOnce();
+    EXPECT_EQ(performed, 0);
+    loop.removeLoopAction(&killer);
+
+    // The process-wide list: the victim leaves it in its destructor.
+    DeletingAction globalKiller(true);
+    globalKiller.victim = new Victim(true, &performed);
+    loop.runOnce();
+    EXPECT_EQ(performed, 0);
+}
+
 std::vector<int>* g_cleanups = nullptr;
 void cleanupFunc() {
     g_cleanups->push_back(99);
