@@ -28,6 +28,8 @@ struct TimerEntry {
     int32_t periodMs;
     int32_t dueTick;
     TimerEntry* next;
+    bool firing = false;  // its callback is running (at some depth)
+    bool removed = false; // removed while firing; freed when the callback returns
 };
 
 DeleteAble::~DeleteAble() {
@@ -214,46 +216,80 @@ void IdleNotifier::addTimer(TimerListener* listener, int32_t periodMs) {
     insertTimer(entry);
 }
 
+void IdleNotifier::unlinkTimer(TimerEntry* entry) {
+    TimerEntry** link = &timerHead;
+    TimerEntry* previous = nullptr;
+    while (*link && *link != entry) {
+        previous = *link;
+        link = &(*link)->next;
+    }
+    if (*link == nullptr)
+        return;
+    *link = entry->next;
+    if (timerTail == entry)
+        timerTail = previous;
+    entry->next = nullptr;
+}
+
 void IdleNotifier::removeTimer(TimerListener* listener) {
     TimerEntry** link = &timerHead;
     timerTail = nullptr;
     while (*link) {
         TimerEntry* entry = *link;
-        if (entry->listener == listener) {
+        if (entry->listener == listener && !entry->firing) {
             *link = entry->next;
             delete entry;
-        } else {
-            timerTail = entry;
-            link = &entry->next;
+            continue;
         }
+        // A running callback still holds its entry: runTimers frees it when the callback returns.
+        if (entry->listener == listener)
+            entry->removed = true;
+        timerTail = entry;
+        link = &entry->next;
     }
 }
 
+TimerEntry* IdleNotifier::firstIdleTimer() const {
+    TimerEntry* e = timerHead;
+    while (e && (e->firing || e->removed))
+        e = e->next;
+    return e;
+}
+
 int32_t IdleNotifier::nextTimerDelay() const {
-    if (timerHead == nullptr)
+    TimerEntry* first = firstIdleTimer();
+    if (first == nullptr)
         return -1;
-    int32_t delay = plat_tick_diff(timerHead->dueTick, plat_tick_count());
+    int32_t delay = plat_tick_diff(first->dueTick, plat_tick_count());
     return delay > 0 ? delay : 0;
 }
 
 void IdleNotifier::runTimers() {
     int32_t n = 0;
     for (TimerEntry* e = timerHead; e; e = e->next)
-        ++n;
+        if (!e->firing && !e->removed)
+            ++n;
     if (n == 0)
         return;
     int32_t now = plat_tick_count();
     for (int32_t i = 0; i < n; ++i) {
-        if (timerHead == nullptr || now < timerHead->dueTick)
+        // Timers of callbacks that are running further up the stack are passed over.
+        TimerEntry* entry = firstIdleTimer();
+        if (entry == nullptr || now < entry->dueTick)
             break;
-        timerHead->listener->timerFired(now);
-        // The callback may have removed or added timers: re-arm whatever is first now.
-        TimerEntry* first = timerHead;
+        entry->firing = true;
+        entry->listener->timerFired(now);
+        entry->firing = false;
+        if (entry->removed) {
+            unlinkTimer(entry);
+            delete entry;
+        }
+        // The callback may have removed or added timers: re-arm whatever is first now, which is
+        // the entry that fired unless the callback removed it.
+        TimerEntry* first = firstIdleTimer();
         if (first == nullptr)
             break;
-        timerHead = first->next;
-        if (timerHead == nullptr)
-            timerTail = nullptr;
+        unlinkTimer(first);
         first->dueTick = plat_tick_add(now, first->periodMs);
         insertTimer(first);
     }

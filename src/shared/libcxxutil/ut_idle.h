@@ -70,18 +70,28 @@ public:
     void removeListener(SocketListener* listener);
     // Fires `listener` every `periodMs` milliseconds from now until removed.
     void addTimer(TimerListener* listener, int32_t periodMs);
-    // Removes every timer entry of `listener`.
+    // Removes every timer entry of `listener`. An entry whose callback is running is only
+    // marked, and freed when the callback returns.
     void removeTimer(TimerListener* listener);
 
     // Gives each idler a slice (only those with urgent work when `onlyUrgent`).
     void runIdlers(bool onlyUrgent);
     // Fires each due timer at most once and re-arms it a period after this run's tick.
+    //
+    // A timer is never fired from inside its own callback. A callback may wait, and a wait
+    // turns the notifier (runTimers and pollSockets run nested in it, to any depth): while the
+    // callback runs, its timer counts as not due in those nested turns. It does not fire there,
+    // and it neither shortens their polls nor makes them spin, however long the wait lasts.
+    // Other timers fire in the nested turns as usual. When the callback returns, its timer is
+    // re-armed a period after the tick of the run that fired it (a timer removed by its own
+    // callback is freed instead, and the first other timer is re-armed in its place, unfired).
     void runTimers();
     // Waits up to `timeoutMs` (shortened by a due timer, 0 when work is already pending) for
     // sockets to become ready and, with `dispatch`, calls their listeners.
     void pollSockets(int32_t timeoutMs, bool dispatch);
 
-    // -1 without timers, 0 when the first is due, else the milliseconds until it is.
+    // -1 without timers, 0 when the first is due, else the milliseconds until it is. A timer
+    // whose callback is running does not count.
     int32_t nextTimerDelay() const;
     // True if a listener has a ready flag set or needs a call.
     bool anyReady();
@@ -96,6 +106,10 @@ private:
     void endWalk();
     void sweep();
     void insertTimer(struct TimerEntry* entry);
+    // Takes `entry` out of the list (it stays allocated).
+    void unlinkTimer(struct TimerEntry* entry);
+    // The first entry that is neither firing nor removed, or null.
+    struct TimerEntry* firstIdleTimer() const;
 
     std::set<Idler*> idlers;
 

@@ -292,6 +292,38 @@ TEST(IdleNotifierTimers, TimerRemovingItselfAndAnotherInItsCallback) {
     EXPECT_EQ(n->nextTimerDelay(), -1);
 }
 
+// A timer slice that sends and waits turns the notifier inside its own callback: its timer is
+// not fired again there and does not make the nested turns spin, while other timers go on.
+TEST(IdleNotifierTimers, ATimerWhoseCallbackWaitsIsNotFiredAgainInsideIt) {
+    FakeClock clock(0);
+    CountingTimer slice, other;
+    IdleNotifier* n = IdleNotifier::get();
+    n->addTimer(&slice, 1);
+    n->addTimer(&other, 5);
+    std::vector<int32_t> delaysInside;
+    slice.hook = [&] {
+        if (slice.fired.size() > 1)
+            return;
+        for (int turn = 0; turn < 3; ++turn) { // three turns of a wait, the clock going on
+            g_fakeNow += 10;
+            n->runTimers();
+            delaysInside.push_back(n->nextTimerDelay());
+        }
+    };
+    g_fakeNow = 1;
+    n->runTimers();
+    EXPECT_EQ(slice.fired, (std::vector<int32_t>{1}));
+    EXPECT_EQ(other.fired, (std::vector<int32_t>{11, 21, 31}));
+    EXPECT_EQ(delaysInside, (std::vector<int32_t>{5, 5, 5}));
+    // Re-armed a period after the run that fired it, and so due again at once.
+    EXPECT_EQ(n->nextTimerDelay(), 0);
+    n->runTimers();
+    EXPECT_EQ(slice.fired, (std::vector<int32_t>{1, 31}));
+    n->removeTimer(&slice);
+    n->removeTimer(&other);
+    EXPECT_EQ(n->nextTimerDelay(), -1);
+}
+
 TEST(IdleNotifierTimers, TimerDueSoonerShortensThePoll) {
     CountingTimer t;
     IdleNotifier* n = IdleNotifier::get();
