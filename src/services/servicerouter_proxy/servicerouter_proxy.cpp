@@ -13,6 +13,7 @@
 #include "srp_socketlistener.h"
 #include "stp_log.h"
 #include "stp_transport.h"
+#include "stp_wait.h"
 
 #include <cstdio>
 #include <cstring>
@@ -492,27 +493,16 @@ bool ServiceRouter_Proxy::initializeRouterConnection(bool persistentFlag, RetryH
 
 bool ServiceRouter_Proxy::pumpUntil(RetryHandler* retry, const std::function<bool()>& done) {
     STPSpecClassRef hold(this);
-    MessageDepthGuard guard(transport);
-    if (retry)
-        retry->begin();
-    bool result = false;
-    for (;;) {
-        if (done()) {
-            result = true;
-            break;
-        }
-        if (!transport || transport->isDisconnected() || isVirtualConnectionDown())
-            break;
-        if (retry && !retry->canContinue())
-            break;
-        if (retry)
-            retry->wait();
-        else
-            transport->serviceOnce(10000);
-    }
-    if (retry)
-        retry->end();
-    return result;
+    STPTransport* t = transport;
+    if (!t)
+        return done();
+    MessageDepthGuard guard(t);
+    bool reached = false;
+    stp_wait_until(t, retry, [&] {
+        reached = done();
+        return reached || transport != t || t->isDisconnected() || isVirtualConnectionDown();
+    });
+    return reached;
 }
 
 bool ServiceRouter_Proxy::waitForPluginId(RetryHandler* retry) {

@@ -7,6 +7,7 @@
 #include "plat_sockerror.h"
 #include "stp_channel.h"
 #include "stp_message.h"
+#include "stp_wait.h"
 #include "ut_retryhandler.h"
 
 #include <algorithm>
@@ -23,7 +24,6 @@ uint32_t g_lastTransportId = 0;
 // Every live transport in construction order.
 std::vector<STPTransport*>* g_allTransports = nullptr;
 
-constexpr int32_t kServiceWaitMs = 10000;
 // Room kept free behind the live bytes before a read; below it the buffer grows.
 constexpr int32_t kReadHeadroom = 1024;
 // A drained read buffer this many times its initial size goes back to it.
@@ -352,22 +352,10 @@ bool STPTransport::listenOnFD(plat_socket socket, bool closeListenSocket, RetryH
     if (!startListenOnFD(socket, out))
         return false;
     bool accepted = false;
-    if (retry)
-        retry->begin();
-    for (;;) {
-        if (retry)
-            retry->wait();
-        else
-            serviceOnce(kServiceWaitMs);
-        if (status.ok())
-            accepted = tryAccept(closeListenSocket);
-        if (accepted || !status.ok())
-            break;
-        if (retry && !retry->canContinue())
-            break;
-    }
-    if (retry)
-        retry->end();
+    stp_wait_until(this, retry, [&] {
+        accepted = tryAccept(closeListenSocket);
+        return accepted || !status.ok();
+    });
     if (!accepted && status.ok())
         fail(STP_ERR_TIMEOUT, "[listenOnFD]: timed out waiting for client");
     finish(out);
@@ -449,7 +437,7 @@ bool STPTransport::listenAndService(uint16_t port, STPStatus* out) {
     STPTransportRef hold(this);
     if (listen(port))
         while (status.ok() && bound)
-            serviceOnce(kServiceWaitMs);
+            serviceOnce(STP_SERVICE_WAIT_MS);
     finish(out);
     return status.ok();
 }
@@ -458,7 +446,7 @@ bool STPTransport::bindAndService(plat_socket socket, STPStatus* out) {
     STPTransportRef hold(this);
     if (bindFD(socket))
         while (status.ok() && bound)
-            serviceOnce(kServiceWaitMs);
+            serviceOnce(STP_SERVICE_WAIT_MS);
     finish(out);
     return status.ok();
 }
@@ -884,27 +872,14 @@ bool STPTransport::awaitSync(uint32_t localRN, uint32_t remoteRN, RetryHandler* 
     STPTransportRef hold(this);
     status.clear();
     queueControlPacket(localRN, remoteRN, KIND_SYNC, 0);
-    bool seen = takeSync(localRN, remoteRN);
-    if (retry)
-        retry->begin();
-    for (;;) {
-        if (!status.ok() || (!hasWriteBytes() && seen))
-            break;
-        if (retry) {
-            if (!retry->canContinue()) {
-                fail(STP_ERR_TIMEOUT,
-                     "[awaitSync]: reached timeout while waiting to receive sync packet");
-                break;
-            }
-            retry->wait();
-        } else {
-            serviceOnce(kServiceWaitMs);
-        }
+    bool seen = false;
+    STPWaitEnd end = stp_wait_until(this, retry, [&] {
         if (!seen)
             seen = takeSync(localRN, remoteRN);
-    }
-    if (retry)
-        retry->end();
+        return !hasWriteBytes() && seen;
+    });
+    if (end == STPWaitEnd::gaveUp)
+        fail(STP_ERR_TIMEOUT, "[awaitSync]: reached timeout while waiting to receive sync packet");
     finish(out);
     return status.ok() && seen;
 }

@@ -34,6 +34,8 @@ class STPTransport;
 inline constexpr int32_t STP_DEFAULT_BUFFER_SIZE = 32768;
 // At most this many bytes go to one `send`.
 inline constexpr int32_t STP_MAX_SEND_SIZE = 1048576;
+// How long one serviceOnce of a wait without a retry handler waits for the socket.
+inline constexpr int32_t STP_SERVICE_WAIT_MS = 10000;
 
 // Where in a call tree a transport stands.
 struct STPStamp {
