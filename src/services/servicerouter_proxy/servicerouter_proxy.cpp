@@ -2,6 +2,8 @@
 // plain messages, the connect-or-launch tree, the opening conversation, and the global proxy.
 #include "servicerouter_proxy.h"
 
+#include "gen_asprintf.h"
+#include "gen_file.h"
 #include "gen_path.h"
 #include "gen_string.h"
 #include "indgen.h"
@@ -52,6 +54,11 @@ void logBlock(STPLog* log, STPSpecClass* spec, const char* text) {
     log->beginRecord(spec, true);
     log->print(text);
     log->endRecord(spec, true);
+}
+
+// Whether a child could be started in `dir`.
+bool canEnter(const char* dir) {
+    return gen_is_directory(dir) && plat_access(dir, 1) == 0;
 }
 
 // The discovery files of a shared router (its lock and port file) arrive with a later build.
@@ -318,19 +325,23 @@ void ServiceRouter_Proxy::StartPlugin(const StringList& args, uint32_t cookie,
         argv.push_back(word.c_str());
     argv.push_back(nullptr);
 
-    std::string back;
-    bool changed = false;
-    if (working_dir && *working_dir) {
-        back = gen_getcwd();
-        changed = gen_chdir(working_dir) == 0;
-    }
-    PlatProcess* process = plat_spawn(argv.data(), nullptr, nullptr);
-    if (changed)
-        gen_chdir(back.c_str());
+    // The child starts in the working directory; this process's own stays where it is.
+    PlatSpawnOptions options;
+    if (working_dir && *working_dir)
+        options.workingDir = working_dir;
+    PlatProcess* process = plat_spawn(argv.data(), &options, nullptr);
     if (!process || plat_process_id(process) < 0) {
         if (process)
             plat_close_process(process);
-        StartPluginEvent(false, cookie, false, "Unable to launch plugin.");
+        if (options.workingDir && !canEnter(options.workingDir)) {
+            char* text = gen_asprintf(
+                "Unable to launch plugin: cannot enter the working directory \"%s\".",
+                options.workingDir);
+            StartPluginEvent(false, cookie, false, text);
+            gen_free(text);
+        } else {
+            StartPluginEvent(false, cookie, false, "Unable to launch plugin.");
+        }
         return;
     }
     // The new plug-in reports itself to the router with the cookie it was given.

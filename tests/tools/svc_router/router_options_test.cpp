@@ -110,15 +110,18 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<OptionCase>& info) { return info.param.label; });
 
 TEST(RouterOptions, PluginArgumentsBelongToTheLastPluginInOrder) {
-    const char* argv[] = {"svc_router", "-plugin", "first",       "-plugin_arg", "1",
-                          "-plugin",    "second",  "-plugin_arg", "2",           "-plugin_arg",
-                          "3",          "-log",    "router.log",  "-stay"};
+    const char* argv[] = {"svc_router",  "-plugin", "first",       "-plugin_arg", "1",
+                          "-plugin_dir", "/d",      "-plugin",     "second",      "-plugin_arg",
+                          "2",           "-plugin_arg", "3",       "-log",        "router.log",
+                          "-stay"};
     RouterOptions options;
     std::string error;
-    ASSERT_TRUE(parseRouterOptions(14, argv, &options, &error)) << error;
+    ASSERT_TRUE(parseRouterOptions(16, argv, &options, &error)) << error;
     ASSERT_EQ(options.plugins.size(), 2u);
     EXPECT_EQ(options.plugins[0].program, "first");
     EXPECT_EQ(options.plugins[0].args, std::vector<std::string>{"1"});
+    EXPECT_EQ(options.plugins[0].workingDir, "/d");
+    EXPECT_EQ(options.plugins[1].workingDir, "");
     EXPECT_EQ(options.plugins[1].program, "second");
     EXPECT_EQ(options.plugins[1].args, (std::vector<std::string>{"2", "3"}));
     EXPECT_EQ(options.logFile, "router.log");

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 #include <sstream>
 
@@ -392,6 +393,32 @@ TEST(RouterEnd, LaunchedPluginsInheritOnlyTheStandardStreams) {
             leaked.push_back(fd);
     EXPECT_GE(count, 3);
     EXPECT_EQ(leaked, std::vector<int>{});
+}
+
+// A plug-in starts in its own working directory; one that cannot be entered is reported.
+TEST(RouterEnd, LaunchedPluginsStartInTheirWorkingDirectory) {
+    ScratchFolder folder;
+    std::filesystem::create_directory(folder.at("work"));
+    std::string cwdFile = folder.at("cwd.txt");
+    std::vector<std::string> words =
+        childCommand("RouterChild.DISABLED_WriteCwd", {"--cwd-file=" + cwdFile});
+    std::vector<std::string> args{"-plugin", words[0]};
+    for (size_t i = 1; i < words.size(); ++i)
+        args.insert(args.end(), {"-plugin_arg", words[i]});
+    args.insert(args.end(), {"-plugin_dir", folder.at("work"), "-plugin", "true", "-plugin_dir",
+                             folder.at("missing")});
+    RouterProcess router;
+    ASSERT_TRUE(router.start(folder, args)) << router.errors();
+    EXPECT_EQ(router.wait(kWaitMs), 2) << router.errors();
+    EXPECT_EQ(readFile(cwdFile), folder.at("work"));
+    EXPECT_NE(router.errors().find("could not start true: cannot enter the working directory " +
+                                   folder.at("missing")),
+              std::string::npos)
+        << router.errors();
+}
+
+TEST(RouterChild, DISABLED_WriteCwd) {
+    writeFile(childArgument("cwd-file"), std::filesystem::current_path().string());
 }
 
 TEST(RouterChild, DISABLED_ListDescriptors) {
