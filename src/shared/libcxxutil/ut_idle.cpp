@@ -17,7 +17,6 @@ bool g_deletingAll = false;
 IdleNotifier* g_notifier = nullptr;
 bool g_notifierGone = false;
 
-static_assert(IdleNotifier::kMaxSelectSockets == PLAT_FD_SETSIZE);
 constexpr float kNotifierPriority = 99.0f;
 constexpr int32_t kInitialCapacity = 16;
 constexpr size_t kLocalIdlers = 16;
@@ -366,55 +365,58 @@ void IdleNotifier::pollSockets(int32_t timeoutMs, bool dispatch) {
         return;
 
     beginWalk();
-    plat_fd_set readSet, writeSet, exceptSet;
-    plat_fd_zero(&readSet);
-    plat_fd_zero(&writeSet);
-    plat_fd_zero(&exceptSet);
-    int width = 0;
-    // Adds an active listener's socket to a set (at most kMaxSelectSockets per set); an inactive
-    // one is ready at once.
-    auto watch = [&](int32_t i, plat_fd_set* set, unsigned char* ready) {
+    pollEntries.clear();
+    pollIndexes.clear();
+    int32_t watched[3] = {0, 0, 0}; // read, write, exception
+    // An active listener's socket is watched for a kind while that kind has room left under
+    // the limit; an inactive one is ready at once.
+    auto watch = [&](int32_t i, int kind, unsigned char* ready, PlatPollEntry* entry) {
         SocketListener* l = listeners[i];
-        if (l->isActive()) {
-            int fd = l->getFD();
-            if (plat_fd_add(set, fd) && fd + 1 > width)
-                width = fd + 1;
-        } else {
+        if (!l->isActive()) {
             timeoutMs = 0;
             ready[i] = 1;
+            return entry;
         }
+        if (socketLimit > 0 && watched[kind] >= socketLimit)
+            return entry;
+        ++watched[kind];
+        if (entry == nullptr) {
+            pollEntries.emplace_back();
+            pollIndexes.push_back(i);
+            entry = &pollEntries.back();
+            entry->fd = l->getFD();
+        }
+        (kind == 0 ? entry->wantRead : kind == 1 ? entry->wantWrite : entry->wantExcept) = true;
+        return entry;
     };
     for (int32_t i = 0; i < count; ++i) {
         SocketListener* l = listeners[i];
         if (l == nullptr)
             continue;
+        PlatPollEntry* entry = nullptr;
         if (l->wantsWrite())
-            watch(i, &writeSet, writeReady);
+            entry = watch(i, 1, writeReady, entry);
         if (l->wantsExcept())
-            watch(i, &exceptSet, exceptReady);
+            entry = watch(i, 2, exceptReady, entry);
         if (l->wantsRead())
-            watch(i, &readSet, readReady);
+            entry = watch(i, 0, readReady, entry);
         if (l->hasBufferedWork()) {
             timeoutMs = 0;
             pumpReady[i] = 1;
         }
     }
-    int result = plat_select(width, &readSet, &writeSet, &exceptSet, timeoutMs < 0 ? 0 : timeoutMs);
-    if (result >= 1) {
-        for (int32_t i = 0; i < count; ++i) {
-            SocketListener* l = listeners[i];
-            if (l == nullptr || !l->isActive())
-                continue;
-            int fd = l->getFD();
-            if (plat_fd_isset(&readSet, fd)) {
-                readReady[i] = 1;
-                pumpReady[i] = 0;
-            }
-            if (plat_fd_isset(&exceptSet, fd))
-                exceptReady[i] = 1;
-            if (plat_fd_isset(&writeSet, fd))
-                writeReady[i] = 1;
+    int result = plat_poll(pollEntries.data(), pollEntries.size(), timeoutMs < 0 ? 0 : timeoutMs);
+    for (size_t k = 0; result >= 1 && k < pollEntries.size(); ++k) {
+        const PlatPollEntry& entry = pollEntries[k];
+        int32_t i = pollIndexes[k];
+        if (entry.readable) {
+            readReady[i] = 1;
+            pumpReady[i] = 0;
         }
+        if (entry.excepted)
+            exceptReady[i] = 1;
+        if (entry.writable)
+            writeReady[i] = 1;
     }
     if (dispatch)
         dispatchReady();

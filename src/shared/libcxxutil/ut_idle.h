@@ -2,8 +2,11 @@
 // and DeleteAble, the base of singletons destroyed in priority order at exit.
 #pragma once
 
+#include "plat_socket.h"
+
 #include <cstdint>
 #include <set>
+#include <vector>
 
 // Base of process-wide singletons destroyed at exit in ascending order of priority.
 class DeleteAble {
@@ -61,8 +64,12 @@ public:
     // that may run late (destructors of listeners) must test for that.
     static IdleNotifier* get();
 
-    // How many sockets one select watches; those beyond are not watched in that turn.
+    // How many sockets one select of a plug-in watches per kind (read, write, exception);
+    // those beyond are not watched in that turn. A plug-in serves a handful of connections and
+    // keeps the rule; a process that serves many (the router) lifts it with setSocketLimit.
     static constexpr int kMaxSelectSockets = 64;
+    // The limit per kind; 0 for none. kMaxSelectSockets until set.
+    void setSocketLimit(int32_t perKind) { socketLimit = perKind; }
 
     void addIdler(Idler* idler);
     void removeIdler(Idler* idler);
@@ -121,6 +128,10 @@ private:
     int32_t count = 0;
     int32_t capacity = 0;
     int32_t iterating = 0;
+    int32_t socketLimit = kMaxSelectSockets;
+    // The sockets of one poll and the table index of each; kept to reuse their memory.
+    std::vector<PlatPollEntry> pollEntries;
+    std::vector<int32_t> pollIndexes;
 
     struct TimerEntry* timerHead = nullptr;
     struct TimerEntry* timerTail = nullptr;

@@ -37,6 +37,9 @@ PlatError plat_map_errno(int errnoValue) {
         return PlatError::no_memory;
     case ENOENT:
         return PlatError::not_found;
+    case EMFILE:
+    case ENFILE:
+        return PlatError::no_descriptors;
     default:
         return PlatError::other;
     }

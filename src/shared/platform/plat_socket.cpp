@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <memory>
 
 namespace {
 sockaddr_in makeAddress(uint32_t address, uint16_t port) {
@@ -222,5 +223,38 @@ int plat_select(int, plat_fd_set* readSet, plat_fd_set* writeSet, plat_fd_set* e
     keep(readSet, POLLIN | POLLHUP | POLLERR | POLLNVAL);
     keep(writeSet, POLLOUT | POLLHUP | POLLERR | POLLNVAL);
     keep(exceptSet, POLLPRI);
+    return ready;
+}
+
+int plat_poll(PlatPollEntry* entries, size_t count, int32_t timeoutMs) {
+    constexpr size_t kLocal = 64;
+    pollfd local[kLocal];
+    std::unique_ptr<pollfd[]> heap;
+    pollfd* fds = local;
+    if (count > kLocal) {
+        heap.reset(new pollfd[count]);
+        fds = heap.get();
+    }
+    for (size_t i = 0; i < count; ++i) {
+        PlatPollEntry& e = entries[i];
+        short events = static_cast<short>((e.wantRead ? POLLIN : 0) | (e.wantWrite ? POLLOUT : 0) |
+                                          (e.wantExcept ? POLLPRI : 0));
+        fds[i] = pollfd{e.fd, events, 0};
+        e.readable = e.writable = e.excepted = false;
+    }
+    int rc = poll(fds, static_cast<nfds_t>(count), timeoutMs < 0 ? 0 : timeoutMs);
+    if (rc < 0)
+        return errno == EINTR ? 0 : -1;
+    int ready = 0;
+    for (size_t i = 0; i < count; ++i) {
+        PlatPollEntry& e = entries[i];
+        short got = fds[i].revents;
+        short broken = POLLHUP | POLLERR | POLLNVAL;
+        e.readable = e.wantRead && (got & (POLLIN | broken));
+        e.writable = e.wantWrite && (got & (POLLOUT | broken));
+        e.excepted = e.wantExcept && (got & POLLPRI);
+        if (e.readable || e.writable || e.excepted)
+            ++ready;
+    }
     return ready;
 }

@@ -32,6 +32,9 @@ bool plat_set_reuseaddr(plat_socket fd, bool on);
 
 bool plat_bind(plat_socket fd, uint32_t address, uint16_t port);
 bool plat_listen(plat_socket fd, int backlog);
+// SOMAXCONN of Winsock: a backlog that asks for the largest the system allows. Linux caps any
+// larger backlog at its limit (net.core.somaxconn), which is what this value asks for.
+inline constexpr int PLAT_SOMAXCONN = 0x7fffffff;
 // accept, retrying EINTR; the new socket is close-on-exec. PLAT_INVALID_SOCKET on failure
 // (plat_last_error says would_block when nothing is pending on a non-blocking socket).
 plat_socket plat_accept(plat_socket listenFd);
@@ -74,6 +77,18 @@ struct plat_fd_set {
 void plat_fd_zero(plat_fd_set* set);
 bool plat_fd_add(plat_fd_set* set, plat_socket fd);
 bool plat_fd_isset(const plat_fd_set* set, plat_socket fd);
+
+// One socket of plat_poll: what to wait for, and on return what happened.
+struct PlatPollEntry {
+    plat_socket fd = PLAT_INVALID_SOCKET;
+    bool wantRead = false, wantWrite = false, wantExcept = false;
+    bool readable = false, writable = false, excepted = false; // set by plat_poll
+};
+// WSAPoll: waits up to `timeoutMs` (0 = just look) until one of `count` sockets is ready, with
+// no limit on how many; a hang-up or error counts as readable and writable, as with select.
+// Returns how many entries have something set, 0 on time-out or when a signal interrupted the
+// wait, -1 on error. Allocates only for more than 64 entries.
+int plat_poll(PlatPollEntry* entries, size_t count, int32_t timeoutMs);
 
 // select: waits up to `timeoutMs` (0 = just look) until a socket of the sets is ready, then
 // leaves in each set only its ready sockets. `width` is accepted for the Winsock signature and

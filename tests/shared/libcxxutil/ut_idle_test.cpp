@@ -198,7 +198,7 @@ TEST(IdleNotifierSockets, NeedsCallIsAnsweredInDispatch) {
     EXPECT_FALSE(IdleNotifier::get()->dispatchReady());
 }
 
-TEST(IdleNotifierSockets, OnlySixtyFourSocketsAreWatchedInOneTurn) {
+TEST(IdleNotifierSockets, SixtyFourSocketsAreWatchedInOneTurnUnlessTheLimitIsLifted) {
     constexpr int kSockets = 70;
     std::vector<std::unique_ptr<SocketPair>> pairs;
     std::vector<std::unique_ptr<FakeListener>> ls;
@@ -217,6 +217,13 @@ TEST(IdleNotifierSockets, OnlySixtyFourSocketsAreWatchedInOneTurn) {
     for (auto& l : ls)
         reads += l->reads;
     EXPECT_EQ(reads, IdleNotifier::kMaxSelectSockets);
+
+    // Without the limit (the router's setting) every socket is watched in one turn.
+    IdleNotifier::get()->setSocketLimit(0);
+    IdleNotifier::get()->pollSockets(1000, true);
+    IdleNotifier::get()->setSocketLimit(IdleNotifier::kMaxSelectSockets);
+    for (auto& l : ls)
+        EXPECT_GE(l->reads, 1);
 }
 
 TEST(IdleNotifierSockets, TableGrowsBeyondItsFirstCapacityAndKeepsEveryListener) {
