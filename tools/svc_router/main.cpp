@@ -7,6 +7,7 @@
 #include "plat_time.h"
 #include "plugin_launcher.h"
 #include "router.h"
+#include "router_log.h"
 #include "router_options.h"
 #include "stp_log.h"
 #include "ut_idle.h"
@@ -41,8 +42,10 @@ int runRouter(const RouterOptions& options) {
         }
         // Whole lines reach the file at once, so that it can be read while the router runs.
         std::setvbuf(file, nullptr, _IOLBF, 0);
-        log = std::make_unique<TimestampedSTPFileLog>(file, true);
+        log = std::make_unique<RouterLog>(file, true);
     }
+    // The router serves every plug-in that calls, not the handful a plug-in serves.
+    IdleNotifier::get()->setSocketLimit(0);
     Router router(log.get());
     ListenSocket listener(&router);
     const char* error = nullptr;

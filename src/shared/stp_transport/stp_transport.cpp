@@ -684,10 +684,13 @@ void STPTransport::pumpMessages() {
         int32_t padded = static_cast<int32_t>(std::min<int64_t>(stp_padded(size), INT32_MAX));
         int32_t consumed = std::min(padded, readLength);
         if (forwarder) {
-            STPTransport* target =
-                forwarder->forwardTarget(stp_get_u32(at + 4 * STP_WORD_REMOTE_RN));
-            if (target) {
-                target->queueBytes(at, static_cast<int32_t>(size));
+            STPTransport* target = nullptr;
+            STPForwarder::Route route =
+                forwarder->route(stp_get_u32(at + 4 * STP_WORD_LOCAL_RN),
+                                 stp_get_u32(at + 4 * STP_WORD_REMOTE_RN), &target);
+            if (route != STPForwarder::Route::handle) {
+                if (route == STPForwarder::Route::forward && target)
+                    target->queueBytes(at, static_cast<int32_t>(size));
                 readOffset += consumed;
                 readLength -= consumed;
                 readSkip = padded - consumed;

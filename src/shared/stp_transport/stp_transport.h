@@ -56,10 +56,15 @@ public:
 // Routes packets between connections without parsing them. Not owned by the transport.
 class STPForwarder {
 public:
+    enum class Route {
+        handle,  // parse and dispatch it here
+        forward, // copy it unread to the target's write buffer
+        drop,    // discard it unread
+    };
     virtual ~STPForwarder();
-    // The transport a packet with this `remoteRN` (header word 3) goes to unread, or null to
-    // handle it here. The returned transport must stay alive for the call.
-    virtual STPTransport* forwardTarget(uint32_t remoteRN) = 0;
+    // What becomes of a packet whose header words 2 and 3 are `localRN` and `remoteRN` (the
+    // sender's numbers). For `forward`, *target is set; it must stay alive for the call.
+    virtual Route route(uint32_t localRN, uint32_t remoteRN, STPTransport** target) = 0;
 };
 
 // A plain function and its argument that make a transport read now.

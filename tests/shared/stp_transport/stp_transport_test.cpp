@@ -605,8 +605,9 @@ TEST(StpLoopback, ForwarderCopiesPacketsUnreadToItsTarget) {
     ASSERT_TRUE(out.open());
     struct Router : STPForwarder {
         STPTransport* target = nullptr;
-        STPTransport* forwardTarget(uint32_t remoteRN) override {
-            return remoteRN == 77 ? target : nullptr;
+        Route route(uint32_t localRN, uint32_t remoteRN, STPTransport** to) override {
+            *to = target;
+            return remoteRN != 77 ? Route::handle : localRN == 1 ? Route::forward : Route::drop;
         }
     } router;
     router.target = out.server.get();
@@ -619,6 +620,10 @@ TEST(StpLoopback, ForwarderCopiesPacketsUnreadToItsTarget) {
     m->putRaw("forwarded");
     uint32_t serial = in.client->sendMessage(m);
     delete m;
+    m = in.client->newMessage(3, 77, KIND_BINARY, 4, MSG_ONE_WAY); // dropped unread
+    m->putRaw("dropped");
+    in.client->sendMessage(m);
+    delete m;
     m = in.client->newMessage(1, 2, KIND_BINARY, 4, MSG_ONE_WAY);
     m->putRaw("local");
     in.client->sendMessage(m);
@@ -628,6 +633,8 @@ TEST(StpLoopback, ForwarderCopiesPacketsUnreadToItsTarget) {
     EXPECT_EQ(remote.seen[0].serial, serial) << "the packet went on as it was, serial and all";
     EXPECT_EQ(remote.seen[0].body.substr(0, 9), "forwarded");
     EXPECT_EQ(local.seen[0].body.substr(0, 5), "local");
+    EXPECT_EQ(remote.seen.size(), 1u);
+    EXPECT_EQ(in.server->unclaimedQueueSize(), 0u) << "a dropped packet is not kept either";
 }
 
 // ---- Registry and socket listener ---------------------------------------------------------------
