@@ -99,6 +99,22 @@ long plat_recv(plat_socket fd, void* data, size_t length) {
     return plat_retry_eintr([&] { return static_cast<long>(recv(fd, data, length, 0)); });
 }
 
+long plat_send_nowait(plat_socket fd, const void* data, size_t length) {
+    return plat_retry_eintr([&] {
+        return static_cast<long>(send(fd, data, length, MSG_NOSIGNAL | MSG_DONTWAIT));
+    });
+}
+
+long plat_recv_nowait(plat_socket fd, void* data, size_t length) {
+    return plat_retry_eintr(
+        [&] { return static_cast<long>(recv(fd, data, length, MSG_DONTWAIT)); });
+}
+
+bool plat_set_receive_timeout(plat_socket fd, int32_t timeoutMs) {
+    timeval tv{timeoutMs / 1000, static_cast<suseconds_t>(timeoutMs % 1000) * 1000};
+    return setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv) == 0;
+}
+
 bool plat_shutdown(plat_socket fd, PlatShutdown how) {
     int h = how == PlatShutdown::receive ? SHUT_RD : how == PlatShutdown::send ? SHUT_WR : SHUT_RDWR;
     return shutdown(fd, h) == 0;

@@ -49,6 +49,14 @@ PlatError plat_connect_result(plat_socket fd);
 long plat_send(plat_socket fd, const void* data, size_t length);
 // recv, retrying EINTR. Returns the bytes read, 0 at the peer's orderly close, or -1.
 long plat_recv(plat_socket fd, void* data, size_t length);
+// send and recv on a non-blocking socket, whatever the socket's own mode: they never wait
+// (MSG_DONTWAIT), and a call that would have to reports would_block.
+long plat_send_nowait(plat_socket fd, const void* data, size_t length);
+long plat_recv_nowait(plat_socket fd, void* data, size_t length);
+// setsockopt SO_RCVTIMEO: a plain recv on a blocking socket waits at most `timeoutMs` (above
+// 0) for data, then fails with would_block. One recv then does what a select for reading and a
+// recv do together, with one call into the system instead of two.
+bool plat_set_receive_timeout(plat_socket fd, int32_t timeoutMs);
 enum class PlatShutdown { receive, send, both };
 bool plat_shutdown(plat_socket fd, PlatShutdown how);
 

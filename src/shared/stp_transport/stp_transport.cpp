@@ -307,10 +307,8 @@ bool STPTransport::connect(const char* host, uint16_t port, STPStatus* out) {
         fail(STP_ERR_USAGE, "[connect]: Already listening as server");
     else {
         plat_socket s = connectToServer(host, port, &status);
-        if (s != PLAT_INVALID_SOCKET) {
-            fd = s;
-            bound = true;
-        }
+        if (s != PLAT_INVALID_SOCKET)
+            adoptSocket(s);
     }
     finish(out);
     return status.ok();
@@ -388,15 +386,20 @@ bool STPTransport::bindFD(plat_socket socket, STPStatus* out) {
         fail(STP_ERR_USAGE, "[bindFD]: Already bound");
     else if (listening)
         fail(STP_ERR_USAGE, "[bindFD]: Already listening");
-    else {
-        // The transport never blocks in send or recv, whoever made the socket.
-        if (!fdIsFile)
-            plat_set_nonblocking(socket, true);
-        fd = socket;
-        bound = true;
-    }
+    else
+        adoptSocket(socket);
     finish(out);
     return status.ok();
+}
+
+void STPTransport::adoptSocket(plat_socket socket) {
+    // The socket itself blocks, but every send and read of the transport is made not to wait;
+    // only the wait of serviceOnce reads with a time-out (see receiveWaiting).
+    if (!fdIsFile)
+        plat_set_nonblocking(socket, false);
+    fd = socket;
+    bound = true;
+    receiveTimeoutMs = 0;
 }
 
 void STPTransport::closeConnection(STPStatus* out) {
@@ -532,7 +535,7 @@ void STPTransport::queueBytes(const char* data, int32_t size) {
 
 long STPTransport::sendChunk(const char* data, int32_t size) {
     size_t chunk = static_cast<size_t>(std::min(size, STP_MAX_SEND_SIZE));
-    long sent = plat_send(fd, data, chunk);
+    long sent = plat_send_nowait(fd, data, chunk);
     if (sent < 0) {
         int error = plat_last_wsa_error();
         if (error == PLAT_WSAEWOULDBLOCK)
@@ -580,34 +583,46 @@ void STPTransport::handleRead() {
     if (!bound)
         return;
     STPTransportRef hold(this);
-    if (inProcess) {
+    if (inProcess)
         pullInProcess();
-    } else {
-        // In 64 bits: a buffer grown to the 32-bit limit must not overflow the test.
-        if (int64_t{readCapacity} <= int64_t{readOffset} + readLength + kReadHeadroom) {
-            int32_t newCapacity =
-                clampCapacity(int64_t{readInitialCapacity} + 2 * int64_t{readLength});
-            GEN_ASSERT(newCapacity >= readInitialCapacity);
-            moveReadBytes(newCapacity);
-        }
-        size_t room = static_cast<size_t>(readCapacity - readLength - readOffset);
-        long got = plat_recv(fd, readBuffer + readOffset + readLength, room);
-        if (got < 0) {
-            if (plat_last_wsa_error() != PLAT_WSAEWOULDBLOCK) {
-                closeConnection();
-                fail(STP_ERR_NETWORK, "[handleRead]: read failed, closing connection");
-                return;
-            }
-        } else if (got == 0) {
-            closeConnection();
-            fail(STP_ERR_PEER_CLOSED, "[handleRead]: peer has closed connection");
-            return;
-        } else {
-            readShort = false;
-            readLength += static_cast<int32_t>(got);
-        }
-    }
+    else if (!receive(0))
+        return;
     pumpMessages();
+}
+
+bool STPTransport::receive(int32_t waitMs) {
+    // In 64 bits: a buffer grown to the 32-bit limit must not overflow the test.
+    if (int64_t{readCapacity} <= int64_t{readOffset} + readLength + kReadHeadroom) {
+        int32_t newCapacity =
+            clampCapacity(int64_t{readInitialCapacity} + 2 * int64_t{readLength});
+        GEN_ASSERT(newCapacity >= readInitialCapacity);
+        moveReadBytes(newCapacity);
+    }
+    char* at = readBuffer + readOffset + readLength;
+    size_t room = static_cast<size_t>(readCapacity - readLength - readOffset);
+    long got;
+    if (waitMs > 0) {
+        if (waitMs != receiveTimeoutMs && plat_set_receive_timeout(fd, waitMs))
+            receiveTimeoutMs = waitMs;
+        got = receiveTimeoutMs == waitMs ? plat_recv(fd, at, room) : plat_recv_nowait(fd, at, room);
+    } else {
+        got = plat_recv_nowait(fd, at, room);
+    }
+    if (got < 0) {
+        if (plat_last_wsa_error() == PLAT_WSAEWOULDBLOCK)
+            return true;
+        closeConnection();
+        fail(STP_ERR_NETWORK, "[handleRead]: read failed, closing connection");
+        return false;
+    }
+    if (got == 0) {
+        closeConnection();
+        fail(STP_ERR_PEER_CLOSED, "[handleRead]: peer has closed connection");
+        return false;
+    }
+    readShort = false;
+    readLength += static_cast<int32_t>(got);
+    return true;
 }
 
 void STPTransport::moveReadBytes(int32_t newCapacity) {
@@ -752,6 +767,14 @@ void STPTransport::serviceOnce(int32_t timeoutMs, STPStatus* out) {
     // A handler run by the pump may have closed the connection.
     plat_socket socket = getFD();
     if (socket == PLAT_INVALID_SOCKET) {
+        finish(out);
+        return;
+    }
+    // Only reading to wait for: one read that waits does the select and the read in one call.
+    // What it reads is handled as handleRead handles it.
+    if (bound && !fdIsFile && writeLength == 0 && timeout > 0) {
+        if (receive(timeout))
+            pumpMessages();
         finish(out);
         return;
     }

@@ -297,6 +297,12 @@ private:
     // Queues a body-less packet (a sync or channel operation) with the next serial.
     void queueControlPacket(uint32_t localRN, uint32_t remoteRN, int32_t kind, int32_t tag);
     bool pullInProcess();
+    // Takes a connected socket as the transport's.
+    void adoptSocket(plat_socket socket);
+    // One read from the socket into the read buffer: without waiting (`waitMs` 0) or waiting up
+    // to `waitMs` for the first bytes. Nothing to read is not a failure; a failure or the peer's
+    // close closes the connection and returns false.
+    bool receive(int32_t waitMs);
     // Moves the live read bytes to the start of a new buffer of `newCapacity` bytes.
     void moveReadBytes(int32_t newCapacity);
     void offerHeldBack();
@@ -322,6 +328,8 @@ private:
     bool bound = false;
     plat_socket fd = PLAT_INVALID_SOCKET;
     bool fdIsFile = false;
+    // The receive time-out set on `fd`, 0 while none is.
+    int32_t receiveTimeoutMs = 0;
 
     char* peerAddress = nullptr;
     char* localAddress = nullptr;
