@@ -14,6 +14,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <vector>
 
 namespace {
 
@@ -90,13 +91,20 @@ int runRouter(const RouterOptions& options) {
 
     IdleNotifier* notifier = IdleNotifier::get();
     int32_t idleSince = plat_tick_count();
+    int32_t childrenSeen = idleSince;
     for (;;) {
         bool shortTurn = launcher.runningCount() > 0 || options.idleExitMs >= 0;
         notifier->runIdlers(false);
         notifier->runTimers();
         notifier->pollSockets(shortTurn ? kShortTurnMs : kTurnMs, true);
         router.sweep();
-        for (const PluginLauncher::Ended& end : launcher.poll()) {
+        // Children are looked at once per short turn, not on every relayed packet.
+        std::vector<PluginLauncher::Ended> ended;
+        if (plat_tick_diff(plat_tick_count(), childrenSeen) >= kShortTurnMs) {
+            childrenSeen = plat_tick_count();
+            ended = launcher.poll();
+        }
+        for (const PluginLauncher::Ended& end : ended) {
             gen_info("plug-in %s (pid %d) exited with code %d", end.name.c_str(), end.pid,
                      end.exitCode);
             router.logEvent("plug-in %s (pid %d) exited with code %d", end.name.c_str(), end.pid,
