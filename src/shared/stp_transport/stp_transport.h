@@ -277,6 +277,11 @@ private:
 
     ~STPTransport();
 
+    // The registry and the list of all transports: entered at construction; the registry is
+    // left early in destruction, the list last.
+    void enterRegistry();
+    void leaveRegistry();
+    void leaveTransportList();
     void finish(STPStatus* out) const;
     void fail(int32_t code, const char* text);
     void allocateBuffers();
