@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 std::string childArgument(const std::string& name) {
     std::string prefix = "--" + name + "=";
@@ -39,4 +41,23 @@ std::vector<int> openDescriptors() {
     }
     std::sort(open.begin(), open.end());
     return open;
+}
+
+void writeOpenDescriptors(const std::string& path) {
+    std::vector<int> open = openDescriptors();
+    std::ofstream out(path);
+    for (int fd : open)
+        out << fd << ' ';
+}
+
+std::vector<int> leakedDescriptors(const std::string& path, const std::vector<int>& inherited) {
+    std::ifstream in(path);
+    std::vector<int> leaked;
+    int count = 0;
+    for (int fd; in >> fd; ++count)
+        if (fd > 2 && std::find(inherited.begin(), inherited.end(), fd) == inherited.end())
+            leaked.push_back(fd);
+    if (count == 0)
+        leaked.push_back(-1); // no list at all: the child did not run
+    return leaked;
 }

@@ -17,3 +17,9 @@ std::vector<std::string> childCommand(const std::string& test,
 // The descriptors open in this process, in ascending order, without the one that the listing
 // itself uses.
 std::vector<int> openDescriptors();
+// A child's half of a descriptor check: openDescriptors() written to `path`.
+void writeOpenDescriptors(const std::string& path);
+// The numbers that writeOpenDescriptors wrote to `path` that are neither 0, 1, 2 nor in
+// `inherited` (what the child's parent got from its own parent, which is not the parent's
+// doing). Empty when the child held only what it should.
+std::vector<int> leakedDescriptors(const std::string& path, const std::vector<int>& inherited);

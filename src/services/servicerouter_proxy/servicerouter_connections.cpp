@@ -39,7 +39,7 @@ std::string keyName(const char* name) {
 // ---- Offering services -------------------------------------------------------------------------
 
 bool ServiceRouter_Proxy::registerService(ServiceFactory* factory, RetryHandler* retry) {
-    connect_now = true;
+    options.connect_now = true;
     if (connected) {
         char* name = const_cast<char*>(factory->getName());
         StringList list;

@@ -121,7 +121,7 @@ protected:
 TEST_F(Connections, ARegistrationWhileConnectedSendsOneName) {
     EchoFactory& factory = make("Echo.Svc");
     EXPECT_TRUE(proxy->registerService(&factory, nullptr));
-    EXPECT_TRUE(proxy->isConnectNow());
+    EXPECT_TRUE(proxy->getOptions().connect_now);
     ASSERT_TRUE(router->waitForRecords(1, 5000, {proxyTransport()}));
     EXPECT_EQ(router->log.records[0],
               "RECV: RegisterServiceList: name_list:{count:0x1 data:\"Echo.Svc\", }");

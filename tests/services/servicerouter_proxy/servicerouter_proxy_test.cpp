@@ -157,7 +157,7 @@ TEST_F(ProxyOverSocket, ARouterThatNeverNegotiatesFailsTheOpeningWithItsText) {
                        "awaitNegotiate: timed out waiting for reply..\n"),
               std::string::npos)
         << err;
-    EXPECT_FALSE(proxy->isConnectedFlag());
+    EXPECT_FALSE(proxy->hasConnected());
     EXPECT_TRUE(proxy->isConnected()); // not connected yet counts as "still setting up"
 }
 
@@ -168,7 +168,7 @@ TEST_F(ProxyOverSocket, IsConnectedUntilTheRouterGoesAndThereIsNoWayBack) {
     EXPECT_TRUE(proxy->isConnected());
     router->routerTransport()->closeConnection();
     ASSERT_TRUE(router->pumpUntil([&] { return !proxy->isConnected(); }, 5000, {proxyTransport()}));
-    EXPECT_TRUE(proxy->isConnectedFlag());
+    EXPECT_TRUE(proxy->hasConnected());
 }
 
 TEST_F(ProxyOverSocket, RequestDisconnectAndPersistenceReachTheRouter) {
@@ -179,7 +179,7 @@ TEST_F(ProxyOverSocket, RequestDisconnectAndPersistenceReachTheRouter) {
     ASSERT_TRUE(router->waitForRecords(3));
     EXPECT_EQ(router->log.records[1], "RECV: RequestServiceRouterDisconnect: ");
     EXPECT_EQ(router->log.records[2], "RECV: PersistentService: persistent:0x1");
-    EXPECT_TRUE(proxy->isPersistent());
+    EXPECT_TRUE(proxy->getOptions().persistent);
 }
 
 TEST_F(ProxyOverSocket, NumPersistentServicesWaitsForTheRoutersReply) {
@@ -356,15 +356,15 @@ TEST(ProxySetup, RunsOnceAndWithoutAConnectOptionDoesNotConnect) {
     EXPECT_EQ(argc, 2);
     EXPECT_STREQ(argv[1], "rest");
     EXPECT_TRUE(proxy->isInitialized());
-    EXPECT_FALSE(proxy->isConnectNow());
-    EXPECT_STREQ(proxy->getProgramTag(), "tag");
-    EXPECT_TRUE(proxy->isPersistent());
+    EXPECT_FALSE(proxy->getOptions().connect_now);
+    EXPECT_STREQ(proxy->getOptions().program_tag, "tag");
+    EXPECT_TRUE(proxy->getOptions().persistent);
     // A second set-up does nothing.
     char* again[] = {w0, w1, w2, nullptr};
     int againCount = 3;
     EXPECT_TRUE(proxy->setup(false, &againCount, again, nullptr, true, nullptr, true, false));
     EXPECT_EQ(againCount, 3);
-    EXPECT_TRUE(proxy->mayLaunch());
+    EXPECT_TRUE(proxy->getOptions().may_launch);
     proxy->unref();
 }
 

@@ -139,8 +139,7 @@ TEST_F(RouterTest, APluginReachesAnotherOnlyOnAConnectionItIsAnEndOf) {
     };
     ASSERT_TRUE(plugins.group.pumpUntil(
         [&] {
-            return dropped(reply.localRN) && dropped(999) &&
-                   dropped(intruder->getServiceRNs()[0]);
+            return dropped(reply.localRN) && dropped(999) && dropped(intruder->getServiceRNs()[0]);
         },
         kWaitMs))
         << router.log();
@@ -492,8 +491,7 @@ TEST(RouterLoad, OutOfDescriptorsNewCallsAreClosedAtOnceUntilSomeAreFree) {
     EXPECT_GE(closed, 10);
     EXPECT_EQ(answered + closed, 60) << "calls left waiting: the router cannot take them";
     std::string log = router.log();
-    EXPECT_NE(log.find("out of file descriptors (too many open files)"), std::string::npos)
-        << log;
+    EXPECT_NE(log.find("out of file descriptors (too many open files)"), std::string::npos) << log;
 
     // Calls that end free descriptors, and the router takes new calls again.
     int hungUp = 0;
@@ -596,7 +594,7 @@ TEST(RouterEnd, ConnectsBackToItsLauncherAndServesItAsAPlugin) {
 // A launched plug-in gets the standard streams, not the router's log, listening socket or
 // spare descriptor.
 TEST(RouterEnd, LaunchedPluginsInheritOnlyTheStandardStreams) {
-    std::vector<int> before = openDescriptors(); // what the router gets from this process
+    std::vector<int> inherited = openDescriptors(); // what the router gets from this process
     ScratchFolder folder;
     std::string list = folder.at("fds.txt");
     std::vector<std::string> args{"-plugin"};
@@ -609,14 +607,7 @@ TEST(RouterEnd, LaunchedPluginsInheritOnlyTheStandardStreams) {
     RouterProcess router;
     ASSERT_TRUE(router.start(folder, args)) << router.errors();
     EXPECT_EQ(router.wait(kWaitMs), 0) << router.errors();
-    std::istringstream words(readFile(list));
-    std::vector<int> leaked;
-    int count = 0;
-    for (int fd; words >> fd; ++count)
-        if (fd > 2 && std::find(before.begin(), before.end(), fd) == before.end())
-            leaked.push_back(fd);
-    EXPECT_GE(count, 3);
-    EXPECT_EQ(leaked, std::vector<int>{});
+    EXPECT_EQ(leakedDescriptors(list, inherited), std::vector<int>{});
 }
 
 // A plug-in starts in its own working directory; one that cannot be entered is reported.
@@ -646,10 +637,7 @@ TEST(RouterChild, DISABLED_WriteCwd) {
 }
 
 TEST(RouterChild, DISABLED_ListDescriptors) {
-    std::string text;
-    for (int fd : openDescriptors())
-        text += std::to_string(fd) + " ";
-    writeFile(childArgument("fd-list"), text);
+    writeOpenDescriptors(childArgument("fd-list"));
 }
 
 TEST(RouterEnd, BadCommandLineEndsWithCode1) {
