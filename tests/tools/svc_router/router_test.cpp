@@ -435,6 +435,7 @@ TEST(RouterLoad, FiveHundredIdlePluginsGetTheirIdsAndTwoTalkingOnesAreServed) {
     EXPECT_EQ(router.log().find("no negotiation within"), std::string::npos);
     for (TestPlugin* p : idle)
         p->release();
+    EXPECT_TRUE(router.running()) << router.errors();
 }
 
 // The state of raw calls to the router: answered (the router's negotiation came), closed at
@@ -473,6 +474,11 @@ std::vector<plat_socket> call(uint16_t port, int count) {
 }
 
 TEST(RouterLoad, OutOfDescriptorsNewCallsAreClosedAtOnceUntilSomeAreFree) {
+#if defined(__SANITIZE_ADDRESS__)
+    // The sanitizers' own checks need a descriptor (they probe memory through a pipe) and
+    // report false errors in a process that has none left.
+    GTEST_SKIP() << "not meaningful under the sanitizers";
+#endif
     uint64_t soft = 0;
     ASSERT_TRUE(plat_descriptor_limit(&soft, nullptr));
     ScratchFolder folder;
@@ -515,7 +521,7 @@ TEST(RouterLoad, OutOfDescriptorsNewCallsAreClosedAtOnceUntilSomeAreFree) {
             plat_close_socket(s);
     for (plat_socket s : more)
         plat_close_socket(s);
-    EXPECT_TRUE(router.running());
+    EXPECT_TRUE(router.running()) << router.errors();
 }
 
 // ---- The router's end, without -stay ----
