@@ -27,6 +27,14 @@ std::vector<std::string> childCommand(const std::string& test,
     return words;
 }
 
+PlatProcess* startProgram(const std::vector<std::string>& words, const PlatSpawnOptions* options) {
+    std::vector<const char*> argv;
+    for (const std::string& word : words)
+        argv.push_back(word.c_str());
+    argv.push_back(nullptr);
+    return plat_spawn(argv.data(), options, nullptr);
+}
+
 std::vector<int> openDescriptors() {
     namespace fs = std::filesystem;
     // The listing holds a descriptor of its own, which links to the folder being listed.

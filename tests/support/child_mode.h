@@ -14,6 +14,13 @@ std::string childArgument(const std::string& name);
 std::vector<std::string> childCommand(const std::string& test,
                                       const std::vector<std::string>& extra);
 
+// Starts the program of words[0] with the words as its arguments (stdout and stderr as
+// `options` say, null: this process's); null when it cannot be started.
+struct PlatProcess;
+struct PlatSpawnOptions;
+PlatProcess* startProgram(const std::vector<std::string>& words,
+                          const PlatSpawnOptions* options = nullptr);
+
 // The descriptors open in this process, in ascending order, without the one that the listing
 // itself uses.
 std::vector<int> openDescriptors();

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -13,6 +14,18 @@
 inline std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Everything written to `file` so far (flushed and read from its start).
+inline std::string readStream(FILE* file) {
+    std::fflush(file);
+    std::rewind(file);
+    std::string out;
+    char buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, file)) > 0)
+        out.append(buffer, n);
+    return out;
 }
 
 // Writes `content` as the whole file, making missing parent folders.
