@@ -361,28 +361,6 @@ TEST(STPSpecClassSendTest, DroppingTheVirtualConnectionCallsTheHookOnce) {
     EXPECT_TRUE(spec->isReceiveDown());
 }
 
-TEST(STPSpecClassSendTest, FixedRetryHandlerSurvivesAttach) {
-    RawPeer peer;
-    ASSERT_TRUE(peer.open());
-    TestClient* spec = new TestClient;
-    Unref<TestClient> hold{spec};
-    auto* defaultHandler = dynamic_cast<STPRetryHandler*>(spec->getRetryHandler());
-    ASSERT_NE(defaultHandler, nullptr);
-    EXPECT_EQ(defaultHandler->getTransport(), nullptr);
-    spec->attachTransport(peer.transport.get());
-    EXPECT_EQ(static_cast<STPRetryHandler*>(spec->getRetryHandler())->getTransport(),
-              peer.transport.get());
-    EXPECT_EQ(spec->getLocalRN(), 1u);
-    EXPECT_EQ(spec->getRemoteRN(), 2u);
-
-    RetryHandler* own = new TimeoutSTPRetryHandler(500);
-    spec->setRetryHandler(own);
-    spec->attachTransport(peer.transport.get(), 7, 9);
-    EXPECT_EQ(spec->getRetryHandler(), own);
-    EXPECT_EQ(spec->getLocalRN(), 7u);
-    EXPECT_EQ(spec->getRemoteRN(), 9u);
-}
-
 // ---- Receiving ----------------------------------------------------------------------------
 
 struct AsciiPeer {
