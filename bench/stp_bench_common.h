@@ -9,6 +9,7 @@
 
 #include "plat_process.h"
 #include "plat_socket.h"
+#include "stp_echo_listener.h"
 #include "stp_message.h"
 #include "stp_transport.h"
 #include "ut_retryhandler.h"
@@ -49,19 +50,7 @@ inline bool recvAll(plat_socket s, char* data, size_t size) {
     return true;
 }
 
-// Echoes every request back as a reply with the same body.
-class EchoListener : public ResponseListener {
-public:
-    explicit EchoListener(STPTransport* t) : transport(t) {}
-    bool handle(STPMessage* m) override {
-        STPMessage* reply = transport->newReply(m->remoteRN, m->localRN, m->serial, 0);
-        reply->putRaw(m->data() + m->headerSize, m->dataSize);
-        transport->sendWithAttempts(reply, 2);
-        delete reply;
-        return true;
-    }
-    STPTransport* transport;
-};
+using EchoListener = StpEchoListener;
 
 // An STP peer on 127.0.0.1 `port` that echoes requests from route numbers (2, 1) until the
 // connection closes; returns the exit code.
@@ -211,10 +200,10 @@ inline void alternate(const char* name, const char* labelA, Side& a, const char*
     }
     double scale = mibPerTrip > 0 ? mibPerTrip : 1;
     const char* unit = mibPerTrip > 0 ? "MiB/s" : "round trips/s";
-    std::printf("%s %s: %.1f %s (median of %d runs)\n", name, labelA, median(rateA) * scale,
-                unit, rounds);
-    std::printf("%s %s: %.1f %s (median of %d runs)\n", name, labelB, median(rateB) * scale,
-                unit, rounds);
+    std::printf("%s %s: %.1f %s (median of %d runs)\n", name, labelA, median(rateA) * scale, unit,
+                rounds);
+    std::printf("%s %s: %.1f %s (median of %d runs)\n", name, labelB, median(rateB) * scale, unit,
+                rounds);
     std::printf("%s ratio per round: median %.3f, min %.3f, max %.3f (%d rounds)\n", name,
                 median(ratios), *std::min_element(ratios.begin(), ratios.end()),
                 *std::max_element(ratios.begin(), ratios.end()), rounds);

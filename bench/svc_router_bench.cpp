@@ -107,10 +107,9 @@ class RoutedSide : public stpbench::Side {
 public:
     RoutedSide(const std::string& router, const char* self, const std::string& portFile) {
         std::remove(portFile.c_str());
-        const char* argv[] = {router.c_str(), "-port",        "0",
-                              "-port_file",   portFile.c_str(), "-plugin",
-                              self,           "-plugin_arg",  "--echo-plugin",
-                              nullptr};
+        const char* argv[] = {router.c_str(),   "-port",   "0",  "-port_file",
+                              portFile.c_str(), "-plugin", self, "-plugin_arg",
+                              "--echo-plugin",  nullptr};
         // The router's own lines would only get in the way of the figures.
         PlatSpawnOptions quiet;
         quiet.stdoutFd = plat_open("/dev/null", PLAT_O_WRONLY, 0);

@@ -1,8 +1,8 @@
 // The places of the program's and the user's configuration, on folders made for the test.
 #include "gen_config_dirs.h"
 
-#include "scratch_folder.h"
 #include "indgen.h"
+#include "scratch_folder.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // Files and listings on real files in a temporary folder.
 #include "gen_file.h"
 
-#include "scratch_folder.h"
 #include "gen_viewpath.h"
 #include "indgen.h"
+#include "scratch_folder.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // Temporary directory choice, temporary names and temporary files, in a temporary folder.
 #include "gen_tempname.h"
 
-#include "scratch_folder.h"
 #include "indgen.h"
 #include "plat_files.h"
 #include "plat_folders.h"
 #include "plat_process.h"
+#include "scratch_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -103,8 +103,8 @@ TEST_F(GenTempNameTest, EachNameIsANewFileAndTakenNamesArePassedOver) {
 
     std::string first = take(gen_temp_name(root().c_str(), "x"));
     std::string counter = first.substr(root().size() + 4 + pid.size());
-    unsigned value = static_cast<unsigned>(std::stoul(counter.substr(0, counter.size() - 2),
-                                                      nullptr, 32));
+    unsigned value =
+        static_cast<unsigned>(std::stoul(counter.substr(0, counter.size() - 2), nullptr, 32));
     // The next name is a file of somebody else's, the one after it a link planted to catch
     // what the process writes: both are passed over, and nothing goes through the link.
     std::string target = at("caught");

@@ -4,10 +4,10 @@
 #include "servicerouter_proxy.h"
 
 #include "child_mode.h"
-#include "fake_router.h"
 #include "gen_path.h"
 #include "indgen.h"
 #include "plat_process.h"
+#include "proxy_on_fake_router.h"
 #include "scratch_folder.h"
 #include "service_factory.h"
 #include "stp_transport.h"
@@ -55,16 +55,8 @@ protected:
     // lets the router accept; the router's tables (and, when given, the plug-in id) are on
     // their way before the proxy starts its conversation, since both ends share this thread.
     void connect(const Words& extra, bool sendPluginId = true) {
-        Words words = {"-connect_servicerouter", std::to_string(router->port())};
-        words.insert(words.end(), extra.begin(), extra.end());
-        parseInto(proxy, words);
-        ASSERT_TRUE(proxy->connectSocket(nullptr, router->port()));
-        ASSERT_TRUE(router->accept(5000));
-        router->negotiateLocally();
-        ASSERT_TRUE(router->sendNegotiate(true));
-        if (sendPluginId) {
-            ASSERT_TRUE(router->PluginId(true, 0x10005));
-        }
+        ASSERT_TRUE(connectToFakeRouter(proxy, router, extra,
+                                        sendPluginId ? 0x10005 : static_cast<uint32_t>(-1)));
     }
     STPTransport* proxyTransport() { return proxy->STPSpecClass::getTransport(); }
     PumpingRetryHandler* pumping(int32_t timeoutMs = 5000) {

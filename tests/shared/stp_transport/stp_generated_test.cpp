@@ -283,9 +283,9 @@ protected:
         uint16_t port = 0;
         plat_socket listenFd = STPTransport::getEphemeralListenSocket(&port);
         ASSERT_NE(listenFd, PLAT_INVALID_SOCKET);
-        child = startProgram(childCommand("AsciiServerChild.DISABLED_Run",
-                                          {"--stp-port=" + std::to_string(port),
-                                           "--stp-log=" + logPath}));
+        child = startProgram(
+            childCommand("AsciiServerChild.DISABLED_Run",
+                         {"--stp-port=" + std::to_string(port), "--stp-log=" + logPath}));
         ASSERT_NE(child, nullptr);
         transport = new STPTransport;
         ASSERT_TRUE(transport->startListenOnFD(listenFd));

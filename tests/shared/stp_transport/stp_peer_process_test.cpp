@@ -34,8 +34,9 @@ unsigned char patternByte(size_t offset) {
 
 // Starts the child in `mode` against `port` and returns its handle.
 PlatProcess* startChild(const std::string& mode, uint16_t port) {
-    return startProgram(childCommand("StpPeerChild.DISABLED_Run",
-                                     {"--stp-child=" + mode, "--stp-port=" + std::to_string(port)}));
+    return startProgram(
+        childCommand("StpPeerChild.DISABLED_Run",
+                     {"--stp-child=" + mode, "--stp-port=" + std::to_string(port)}));
 }
 
 int finishChild(PlatProcess* child) {

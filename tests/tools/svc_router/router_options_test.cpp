@@ -37,10 +37,9 @@ TEST(RouterOptions, NumbersTakeTheirBaseAndBadWordsAreNamed) {
 }
 
 TEST(RouterOptions, PluginArgumentsBelongToTheLastPluginInOrder) {
-    const char* argv[] = {"svc_router",  "-plugin", "first",       "-plugin_arg", "1",
-                          "-plugin_dir", "/d",      "-plugin",     "second",      "-plugin_arg",
-                          "2",           "-plugin_arg", "3",       "-log",        "router.log",
-                          "-stay"};
+    const char* argv[] = {"svc_router", "-plugin", "first",      "-plugin_arg", "1", "-plugin_dir",
+                          "/d",         "-plugin", "second",     "-plugin_arg", "2", "-plugin_arg",
+                          "3",          "-log",    "router.log", "-stay"};
     RouterOptions options;
     std::string error;
     ASSERT_TRUE(parseRouterOptions(16, argv, &options, &error)) << error;

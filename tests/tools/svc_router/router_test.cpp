@@ -3,6 +3,8 @@
 // packets, drops and deaths, the small questions, and the rules of its end.
 #include "router_process.h"
 
+#include "stp_echo_listener.h"
+
 #include "child_mode.h"
 
 #include "plat_limits.h"
@@ -54,22 +56,6 @@ protected:
     ScratchFolder folder;
     RouterProcess router;
     Plugins plugins;
-};
-
-// Echoes every request of one virtual connection back as its reply.
-class EchoListener : public ResponseListener {
-public:
-    explicit EchoListener(STPTransport* t) : transport(t) {}
-    bool handle(STPMessage* m) override {
-        STPMessage* reply = transport->newReply(m->remoteRN, m->localRN, m->serial, 0);
-        reply->putRaw(m->data() + m->headerSize, m->dataSize);
-        transport->sendWithAttempts(reply, 2);
-        delete reply;
-        ++echoed;
-        return true;
-    }
-    STPTransport* transport;
-    int echoed = 0;
 };
 
 TEST_F(RouterTest, PluginsGetDistinctIdsAndRouteNumbersOutsideTheRouterPair) {
@@ -218,7 +204,7 @@ TEST_F(RouterTest, PacketsOfAConnectionAreRelayedByRouteNumberBothWays) {
     TestPlugin::ConnectionReply reply;
     ASSERT_TRUE(client->requestConnection("Echo.Service", {}, kWaitMs, &reply));
     ASSERT_TRUE(reply.wasAccepted);
-    EchoListener echo(provider->getTransport());
+    StpEchoListener echo(provider->getTransport());
     // The client writes (its number, the service's); the provider hears it under that pair.
     provider->getTransport()->addListener(reply.localRN, reply.serviceRN, &echo, KIND_BINARY);
     for (int round = 0; round < 3; ++round) {
@@ -415,7 +401,7 @@ TEST(RouterLoad, FiveHundredIdlePluginsGetTheirIdsAndTwoTalkingOnesAreServed) {
     TestPlugin::ConnectionReply reply;
     ASSERT_TRUE(client->requestConnection("Echo.Service", {}, kWaitMs, &reply));
     ASSERT_TRUE(reply.wasAccepted);
-    EchoListener echo(provider->getTransport());
+    StpEchoListener echo(provider->getTransport());
     provider->getTransport()->addListener(reply.localRN, reply.serviceRN, &echo, KIND_BINARY);
     for (int round = 0; round < 50; ++round) {
         STPTransport* t = client->getTransport();
