@@ -37,27 +37,13 @@ std::string base32(unsigned value) {
 // Sets or clears the variables that choose the temporary directory, and puts them back.
 class GenTempNameTest : public ScratchTest {
 protected:
-    void SetUp() override {
-        ScratchTest::SetUp();
-        for (const char* name : {"TMP", "TEMP", "BUILDER_TEMPORARY_NAME"}) {
-            const char* value = std::getenv(name);
-            saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
-            unsetenv(name);
-        }
-    }
     void TearDown() override {
-        for (auto& [name, value] : saved_) {
-            if (value)
-                setenv(name.c_str(), value->c_str(), 1);
-            else
-                unsetenv(name.c_str());
-        }
         gen_temp_dir(root().c_str()); // forget this folder before it goes
         ScratchTest::TearDown();
     }
 
 private:
-    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+    SavedEnvironment environment{{"TMP", "TEMP", "BUILDER_TEMPORARY_NAME"}, true};
 };
 
 TEST_F(GenTempNameTest, DirectoryIsTheFirstAccessibleChoice) {

@@ -6,10 +6,15 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <initializer_list>
+#include <optional>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <utility>
+#include <vector>
 
 inline std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -71,6 +76,33 @@ public:
 
 private:
     std::filesystem::path root_;
+};
+
+// Keeps environment variables as they were: their values are saved on construction (and, with
+// `clear`, removed) and put back at the end of the scope.
+class SavedEnvironment {
+public:
+    SavedEnvironment(std::initializer_list<const char*> names, bool clear) {
+        for (const char* name : names) {
+            const char* value = std::getenv(name);
+            saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
+            if (clear)
+                unsetenv(name);
+        }
+    }
+    ~SavedEnvironment() {
+        for (auto& [name, value] : saved_) {
+            if (value)
+                setenv(name.c_str(), value->c_str(), 1);
+            else
+                unsetenv(name.c_str());
+        }
+    }
+    SavedEnvironment(const SavedEnvironment&) = delete;
+    SavedEnvironment& operator=(const SavedEnvironment&) = delete;
+
+private:
+    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
 
 // A test fixture with a scratch folder of its own.

@@ -218,26 +218,6 @@ TEST(STPSpecClassNegotiateTest, AwaitTagsFailures) {
     EXPECT_STREQ(status.message, "[sendNegotiate]: virtual connection is down");
 }
 
-TEST(STPSpecClassNegotiateTest, IdenticalTablesGiveIdentityMaps) {
-    Conversation<TestClient, TestServer> c;
-    ASSERT_TRUE(c.open());
-    ASSERT_TRUE(c.negotiate());
-    for (STPSpecClass* spec : {static_cast<STPSpecClass*>(c.client), (STPSpecClass*)c.server}) {
-        const std::vector<int32_t>& map = spec->getTagMap();
-        ASSERT_EQ(map.size(), 25u);
-        for (size_t i = 0; i < map.size(); ++i)
-            EXPECT_EQ(map[i], static_cast<int32_t>(i)) << spec->getTagTable()[i];
-        const std::vector<STPMessageRow>& sent = spec->getSentTable();
-        for (size_t i = 0; i < sent.size(); ++i)
-            EXPECT_EQ(sent[i].id, sent[i].name[0] ? static_cast<int32_t>(i) : -1);
-        EXPECT_TRUE(spec->getExtraTable().empty());
-    }
-    EXPECT_STREQ(c.client->getPeerName(), "server");
-    EXPECT_STREQ(c.server->getPeerName(), "client");
-    // Flags of sent rows are the peer's: Progress is always delivered.
-    EXPECT_EQ(c.server->findPeerMessage("Progress")->flags, 0x12u);
-}
-
 TEST(STPSpecClassNegotiateTest, DifferentBuildsAgreeByName) {
     Conversation<TestClient, LeanServer> c;
     ASSERT_TRUE(c.open());
