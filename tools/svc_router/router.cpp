@@ -228,20 +228,21 @@ void Router::connectionAccepted(PluginConnection* from, uint32_t serviceRN, uint
                                 bool accept) {
     VirtualConnection* c = connections.find(serviceRN, clientRN);
     if (c != nullptr && c->accepted) {
-        logEvent("connection %u-%u: second answer ignored", serviceRN, clientRN);
+        logEvent("plug-in %u: connection %u-%u: second answer ignored", from->getPluginId(),
+                 serviceRN, clientRN);
         return;
     }
     if (c == nullptr || c->providerPlugin != from->getPluginId()) {
         // The client went before the answer came: a provider that took the connection is told
         // at once that it has ended.
-        logEvent("connection %u-%u: answer %s for no request", serviceRN, clientRN,
-                 accept ? "accept" : "refuse");
+        logEvent("plug-in %u: connection %u-%u: answer %s for no request", from->getPluginId(),
+                 serviceRN, clientRN, accept ? "accept" : "refuse");
         if (accept)
             from->ConnectionDroppedEvent(false, serviceRN, clientRN);
         return;
     }
-    logEvent("connection %u-%u of \"%s\" %s", serviceRN, clientRN, c->serviceName.c_str(),
-             accept ? "accepted" : "refused");
+    logEvent("plug-in %u: connection %u-%u of \"%s\" %s", from->getPluginId(), serviceRN,
+             clientRN, c->serviceName.c_str(), accept ? "accepted" : "refused");
     if (!accept) {
         VirtualConnection refused = *c;
         connections.remove(serviceRN, clientRN);
