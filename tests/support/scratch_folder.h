@@ -7,11 +7,11 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <initializer_list>
-#include <optional>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>

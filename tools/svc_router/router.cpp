@@ -53,7 +53,7 @@ STPForwarder::Route Router::route(PluginConnection* from, uint32_t localRN, uint
     PluginConnection* other = nullptr;
     if (c && c->accepted)
         other = find(c->clientPlugin == id && c->clientRN == localRN ? c->providerPlugin
-                                                                      : c->clientPlugin);
+                                                                     : c->clientPlugin);
     if (other == nullptr) {
         logEvent("plug-in %u: packet %u-%u on no open connection of its own, dropped", id, localRN,
                  remoteRN);
@@ -241,8 +241,8 @@ void Router::connectionAccepted(PluginConnection* from, uint32_t serviceRN, uint
             from->ConnectionDroppedEvent(false, serviceRN, clientRN);
         return;
     }
-    logEvent("plug-in %u: connection %u-%u of \"%s\" %s", from->getPluginId(), serviceRN,
-             clientRN, c->serviceName.c_str(), accept ? "accepted" : "refused");
+    logEvent("plug-in %u: connection %u-%u of \"%s\" %s", from->getPluginId(), serviceRN, clientRN,
+             c->serviceName.c_str(), accept ? "accepted" : "refused");
     if (!accept) {
         VirtualConnection refused = *c;
         connections.remove(serviceRN, clientRN);

@@ -78,7 +78,8 @@ bool STPChannel::closeChannel(RetryHandler* retry, STPStatus* out) {
     if (end == STPWaitEnd::failed)
         status = transport->getStatus();
     else if (end == STPWaitEnd::gaveUp)
-        status.set(STP_ERR_TIMEOUT, "[closeChannel]: reached timeout while waiting to transmit close");
+        status.set(STP_ERR_TIMEOUT,
+                   "[closeChannel]: reached timeout while waiting to transmit close");
     finish(out);
     return status.ok();
 }

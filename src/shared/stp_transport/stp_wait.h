@@ -26,8 +26,8 @@ enum class STPWaitEnd {
 // any transport may run, to any depth, so `done` must re-read everything it tests. The helper
 // holds a reference on the transport throughout, so that a handler that drops the last other
 // reference cannot destroy it under the loop; the caller's own objects are its own to keep.
-template <typename Done> STPWaitEnd stp_wait_until(STPTransport* transport, RetryHandler* retry,
-                                                  Done&& done) {
+template <typename Done>
+STPWaitEnd stp_wait_until(STPTransport* transport, RetryHandler* retry, Done&& done) {
     if (done())
         return STPWaitEnd::done;
     STPTransportRef hold(transport);
