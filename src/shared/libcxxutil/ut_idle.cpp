@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <utility>
 
 namespace {
 // The singletons destroyed at exit, by ascending priority.
@@ -421,4 +422,15 @@ void IdleNotifier::pollSockets(int32_t timeoutMs, bool dispatch) {
     if (dispatch)
         dispatchReady();
     endWalk();
+}
+
+ReadableWakeup::ReadableWakeup(int fd, std::function<bool()> wanted)
+    : fd(fd), wanted(std::move(wanted)) {
+    if (IdleNotifier* notifier = IdleNotifier::get())
+        notifier->addListener(this);
+}
+
+ReadableWakeup::~ReadableWakeup() {
+    if (IdleNotifier* notifier = IdleNotifier::get())
+        notifier->removeListener(this);
 }

@@ -5,6 +5,7 @@
 #include "plat_socket.h"
 
 #include <cstdint>
+#include <functional>
 #include <set>
 #include <vector>
 
@@ -135,4 +136,37 @@ private:
 
     struct TimerEntry* timerHead = nullptr;
     struct TimerEntry* timerTail = nullptr;
+};
+
+// A descriptor that is no socket, such as the reading end of a child's pipe, in the wait of every
+// turn: while `wanted` says so, the poll ends as soon as the descriptor turns readable (data
+// waits, or the writing end has closed), so the next turn, and with it the idle slice of the
+// descriptor's owner, comes at once instead of after the poll's full time. It reads nothing and
+// its callbacks do nothing: the owner reads in its own slice, so slices keep their order and
+// limits. `wanted` (null: always) lets the owner leave the descriptor out while it could not read
+// it anyway, so a nested turn does not spin on data that waits for an outer slice.
+//
+// Registers itself with the notifier in its constructor and leaves in its destructor, which must
+// run before the descriptor is closed: a closed descriptor in the wait set would end every poll.
+class ReadableWakeup : public SocketListener {
+public:
+    explicit ReadableWakeup(int fd, std::function<bool()> wanted = nullptr);
+    ~ReadableWakeup() override;
+    ReadableWakeup(const ReadableWakeup&) = delete;
+    ReadableWakeup& operator=(const ReadableWakeup&) = delete;
+
+    bool isActive() override { return true; }
+    int getFD() override { return fd; }
+    bool wantsRead() override { return !wanted || wanted(); }
+    bool wantsWrite() override { return false; }
+    bool hasBufferedWork() override { return false; }
+    bool needsCall() override { return false; }
+    void onRead() override {}
+    void onWrite() override {}
+    void onBufferedWork() override {}
+    void onCall() override {}
+
+private:
+    int fd;
+    std::function<bool()> wanted;
 };

@@ -226,6 +226,18 @@ bool plat_terminate_process_group(PlatProcess* process, int exitCode) {
     return true;
 }
 
+bool plat_kill_process_group(PlatProcess* process) {
+    if (process == nullptr)
+        return false;
+    // A reaped child's number may belong to another process by now; an unreaped one (even a
+    // zombie) still holds it and its group's, so the group's stragglers die too.
+    if (process->ended)
+        return true;
+    if (process->ownGroup && kill(-process->pid, SIGKILL) == 0)
+        return true;
+    return kill(process->pid, SIGKILL) == 0;
+}
+
 void plat_close_process(PlatProcess* process) {
     if (process == nullptr)
         return;

@@ -47,6 +47,12 @@ bool plat_terminate_process(PlatProcess* process, int exitCode);
 // newSession, SIGKILL to its whole process group (grandchildren that stayed in it die too),
 // otherwise to the child alone. Reaps the child; its exit code reads as `exitCode`.
 bool plat_terminate_process_group(PlatProcess* process, int exitCode);
+// TerminateProcess without the wait that Linux needs to reap: SIGKILL to the child's whole
+// process group (a child spawned with newSession; otherwise to the child alone), and nothing
+// more, so the caller's thread never blocks. The child stays a zombie, holding its number, until
+// plat_wait_process reaps it; a reaped child is not signalled again. False when the signal could
+// not be sent.
+bool plat_kill_process_group(PlatProcess* process);
 // CloseHandle: forgets the handle. A child that still runs goes on running.
 void plat_close_process(PlatProcess* process);
 // The child's process id, used where a label shows the handle.

@@ -1,6 +1,7 @@
 // Idle notifier: re-entrant walks over the socket table, timers, idlers and the singleton's end.
 #include "ut_idle.h"
 
+#include "plat_pipe.h"
 #include "plat_socket.h"
 #include "plat_time.h"
 
@@ -172,6 +173,42 @@ TEST(IdleNotifierSockets, ReadableSocketIsDispatchedOnceAndReadyFlagsPersistWith
     EXPECT_EQ(l.reads, 1);
     EXPECT_EQ(byte, 'x');
     EXPECT_FALSE(IdleNotifier::get()->anyReady());
+}
+
+TEST(IdleNotifierSockets, APipeInTheWaitSetEndsThePollWhenItTurnsReadableAndWhileWanted) {
+    int fds[2];
+    ASSERT_TRUE(plat_pipe(fds));
+    bool wanted = true;
+    {
+        ReadableWakeup wakeup(fds[0], [&] { return wanted; });
+        // Nothing waits: the poll records nothing.
+        IdleNotifier::get()->pollSockets(1, false);
+        EXPECT_FALSE(IdleNotifier::get()->anyReady());
+
+        ASSERT_EQ(plat_write_fd(fds[1], "x", 1), 1);
+        // Left out while its owner could not read it: a poll passes it by.
+        wanted = false;
+        IdleNotifier::get()->pollSockets(1, false);
+        EXPECT_FALSE(IdleNotifier::get()->anyReady());
+        wanted = true;
+        int32_t before = plat_tick_count();
+        IdleNotifier::get()->pollSockets(20000, true);
+        // A generous bound that only a wait for the full timeout would break.
+        EXPECT_LT(plat_tick_diff(plat_tick_count(), before), 10000);
+        EXPECT_FALSE(IdleNotifier::get()->anyReady()) << "the readiness was dispatched";
+
+        // The end of the pipe counts as readable too: that is how a slice learns of it.
+        char byte;
+        ASSERT_EQ(plat_read_fd(fds[0], &byte, 1), 1);
+        plat_close_fd(fds[1]);
+        IdleNotifier::get()->pollSockets(1, false);
+        EXPECT_TRUE(IdleNotifier::get()->anyReady());
+        IdleNotifier::get()->dispatchReady();
+    }
+    // Gone from the table with its destruction: the descriptor can be closed.
+    IdleNotifier::get()->pollSockets(1, false);
+    EXPECT_FALSE(IdleNotifier::get()->anyReady());
+    plat_close_fd(fds[0]);
 }
 
 TEST(IdleNotifierSockets, BufferedWorkIsPumpedWithoutWaiting) {

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <string>
 
@@ -56,6 +58,45 @@ TEST(Spawn, ADetachedChildHasItsOwnSessionAndGroupAndReadsFromDevNull) {
     // A group kill of a child without a group of its own kills only the child (killing the
     // group would end this test's process).
     EXPECT_TRUE(plat_terminate_process_group(child, 0));
+    plat_close_process(child);
+}
+
+// Whether any process is in the process group `group`.
+bool groupHasMembers(long group) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        long pid = std::atol(entry.path().filename().c_str());
+        long memberGroup = 0, session = 0;
+        if (pid > 0 && groupAndSession(static_cast<int>(pid), &memberGroup, &session) &&
+            memberGroup == group)
+            return true;
+    }
+    return false;
+}
+
+TEST(Spawn, AKillWithoutWaitReachesTheWholeGroupAndLeavesTheReapToTheCaller) {
+    const char* argv[] = {"sh", "-c", "sleep 30 & sleep 30", nullptr};
+    PlatSpawnOptions options;
+    options.stdinFd = PLAT_SPAWN_NULL_DEVICE;
+    options.newSession = true;
+    PlatProcess* child = plat_spawn(argv, &options, nullptr);
+    ASSERT_NE(child, nullptr);
+    int pid = plat_process_id(child);
+    int32_t start = plat_tick_count();
+    while (!groupHasMembers(pid) && plat_tick_diff(plat_tick_count(), start) < 5000)
+        plat_sleep_ms(5);
+    ASSERT_TRUE(plat_kill_process_group(child));
+    int code = 0;
+    EXPECT_FALSE(plat_process_exit_code(child, &code)) << "the kill must not reap";
+    ASSERT_EQ(plat_wait_process(child, 10000), PlatWait::exited);
+    ASSERT_TRUE(plat_process_exit_code(child, &code));
+    EXPECT_EQ(code, 128 + 9);
+    // The background sleep was in the group too.
+    start = plat_tick_count();
+    while (groupHasMembers(pid) && plat_tick_diff(plat_tick_count(), start) < 5000)
+        plat_sleep_ms(5);
+    EXPECT_FALSE(groupHasMembers(pid));
+    // Once reaped, the number may be reused: nothing is signalled again.
+    EXPECT_TRUE(plat_kill_process_group(child));
     plat_close_process(child);
 }
 

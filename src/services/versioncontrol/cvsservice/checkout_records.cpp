@@ -3,23 +3,29 @@
 #include "indgen.h"
 
 #include <cctype>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 
 namespace checkout_type {
+namespace {
+StatusBand statusBandOf(uint32_t type) {
+    return type > INT32_MAX ? StatusBand::none : statusTypeBand(static_cast<int32_t>(type));
+}
+} // namespace
 bool inLocalChangeBand(uint32_t type) {
-    return type >= 900 && type <= 1300;
+    return statusBandOf(type) == StatusBand::local_change;
 }
 bool inRemoteChangeBand(uint32_t type) {
-    return type >= 1400 && type <= 1800;
+    return statusBandOf(type) == StatusBand::remote_change;
 }
 bool inNotControlledBand(uint32_t type) {
-    return type >= 1900 && type <= 2100;
+    return statusBandOf(type) == StatusBand::not_controlled;
 }
 bool inUnchangedBand(uint32_t type) {
-    return type >= 2200 && type <= 2400;
+    return statusBandOf(type) == StatusBand::unchanged;
 }
 } // namespace checkout_type
 

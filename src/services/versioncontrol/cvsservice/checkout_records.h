@@ -7,33 +7,32 @@
 // process when memory runs out).
 #pragma once
 
+#include "status_type.h"
 #include "ut_string.h"
 #include "vc_checkoutinfo_server_impl.h"
 
 #include <cstdint>
 #include <memory>
 
-// The status numbers the items carry. These stand in for the shared status vocabulary of both
-// services: once that header lands beside this one, the names below become aliases of its
-// values (the numbers are the wire's and never change).
+// The status numbers the items carry: the shared vocabulary of both services, as the unsigned
+// values of the wire's `_type`.
 namespace checkout_type {
-inline constexpr uint32_t Unknown = 200;
-inline constexpr uint32_t WillConflict = 500;
-inline constexpr uint32_t NeedsMerge = 600;
-inline constexpr uint32_t HasConflict = 700;
-inline constexpr uint32_t LocallyAdded = 1000;
-inline constexpr uint32_t LocallyRemoved = 1100;
-inline constexpr uint32_t LocallyModified = 1200;
-inline constexpr uint32_t RemotelyAdded = 1500;
-inline constexpr uint32_t RemotelyRemoved = 1600;
-inline constexpr uint32_t RemotelyModified = 1700;
-inline constexpr uint32_t NotUnderVC = 2000;
-inline constexpr uint32_t DirectoryNotUnderVC = 2050;
-inline constexpr uint32_t NoChanges = 2300;
-inline constexpr uint32_t FileDoesNotExist = 2600;
+inline constexpr uint32_t Unknown = VC_STATUS_UNKNOWN;
+inline constexpr uint32_t WillConflict = VC_STATUS_WILL_CONFLICT;
+inline constexpr uint32_t NeedsMerge = VC_STATUS_NEEDS_MERGE;
+inline constexpr uint32_t HasConflict = VC_STATUS_HAS_CONFLICT;
+inline constexpr uint32_t LocallyAdded = VC_STATUS_LOCALLY_ADDED;
+inline constexpr uint32_t LocallyRemoved = VC_STATUS_LOCALLY_REMOVED;
+inline constexpr uint32_t LocallyModified = VC_STATUS_LOCALLY_MODIFIED;
+inline constexpr uint32_t RemotelyAdded = VC_STATUS_REMOTELY_ADDED;
+inline constexpr uint32_t RemotelyRemoved = VC_STATUS_REMOTELY_REMOVED;
+inline constexpr uint32_t RemotelyModified = VC_STATUS_REMOTELY_MODIFIED;
+inline constexpr uint32_t NotUnderVC = VC_STATUS_NOT_UNDER_VC;
+inline constexpr uint32_t DirectoryNotUnderVC = VC_STATUS_DIRECTORY_NOT_UNDER_VC;
+inline constexpr uint32_t NoChanges = VC_STATUS_NO_CHANGES;
+inline constexpr uint32_t FileDoesNotExist = VC_STATUS_FILE_DOES_NOT_EXIST;
 
-// The bands of the vocabulary: local change 900 to 1300, remote change 1400 to 1800, not
-// controlled 1900 to 2100, unchanged 2200 to 2400 (both ends included).
+// The bands of the vocabulary (statusTypeBand).
 bool inLocalChangeBand(uint32_t type);
 bool inRemoteChangeBand(uint32_t type);
 bool inNotControlledBand(uint32_t type);
