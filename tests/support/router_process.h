@@ -60,6 +60,8 @@ public:
         return code;
     }
     bool running() { return process && plat_wait_process(process, 0) != PlatWait::exited; }
+    // The process id while the child is known, else -1.
+    int pid() const { return process ? plat_process_id(process) : -1; }
     void kill() {
         if (process) {
             plat_terminate_process(process, 9);
