@@ -357,6 +357,10 @@ void IdleNotifier::pollSockets(int32_t timeoutMs, bool dispatch) {
     } else if (anyReady()) {
         timeoutMs = 0;
     }
+    if (wakeRequested) {
+        wakeRequested = false;
+        timeoutMs = 0;
+    }
     if (timeoutMs > 0) {
         int32_t delay = nextTimerDelay();
         if (delay >= 0 && delay < timeoutMs)

@@ -94,9 +94,14 @@ public:
     // re-armed a period after the tick of the run that fired it (a timer removed by its own
     // callback is freed instead, and the first other timer is re-armed in its place, unfired).
     void runTimers();
-    // Waits up to `timeoutMs` (shortened by a due timer, 0 when work is already pending) for
-    // sockets to become ready and, with `dispatch`, calls their listeners.
+    // Waits up to `timeoutMs` (shortened by a due timer, 0 when work is already pending or a
+    // wake-up was asked for) for sockets to become ready and, with `dispatch`, calls their
+    // listeners.
     void pollSockets(int32_t timeoutMs, bool dispatch);
+    // Asks that the next poll not wait, so that the next turn, which starts with the idle jobs,
+    // comes at once: for a callback that has left work that only an idle slice can do (a timer
+    // that has finished a walk). The first poll that honours it uses it up.
+    void wakeUp() { wakeRequested = true; }
 
     // -1 without timers, 0 when the first is due, else the milliseconds until it is. A timer
     // whose callback is running does not count.
@@ -130,6 +135,7 @@ private:
     int32_t capacity = 0;
     int32_t iterating = 0;
     int32_t socketLimit = kMaxSelectSockets;
+    bool wakeRequested = false;
     // The sockets of one poll and the table index of each; kept to reuse their memory.
     std::vector<PlatPollEntry> pollEntries;
     std::vector<int32_t> pollIndexes;

@@ -211,6 +211,20 @@ TEST(IdleNotifierSockets, APipeInTheWaitSetEndsThePollWhenItTurnsReadableAndWhil
     plat_close_fd(fds[0]);
 }
 
+TEST(IdleNotifierSockets, AWakeUpMakesTheNextPollReturnAtOnceAndIsUsedUp) {
+    IdleNotifier* notifier = IdleNotifier::get();
+    notifier->wakeUp();
+    int32_t before = plat_tick_count();
+    notifier->pollSockets(20000, true);
+    // A generous bound that only a wait for the full timeout would break.
+    EXPECT_LT(plat_tick_diff(plat_tick_count(), before), 10000);
+    // Used up: a poll without dispatch and without a wait does not even look.
+    notifier->pollSockets(0, false);
+    before = plat_tick_count();
+    notifier->pollSockets(200, true);
+    EXPECT_GE(plat_tick_diff(plat_tick_count(), before), 150);
+}
+
 TEST(IdleNotifierSockets, BufferedWorkIsPumpedWithoutWaiting) {
     FakeListener l;
     l.active = true;

@@ -502,8 +502,13 @@ void CVS_Checkoutinfo_Idler::timerFired(int32_t) {
                       dirs_scanned)
                    .c_str());
     local_scan_running = false;
-    if (IdleNotifier* notifier = IdleNotifier::get())
+    if (IdleNotifier* notifier = IdleNotifier::get()) {
         notifier->removeTimer(this);
+        // Without a child the report is due, and only the idle slice at the start of the next
+        // turn makes it: that turn should not wait for the poll's full time.
+        if (!child_running)
+            notifier->wakeUp();
+    }
 }
 
 void CVS_Checkoutinfo_Idler::halt() {
