@@ -23,8 +23,10 @@ ServiceSession::~ServiceSession() {
 }
 
 bool ServiceSession::start(const ScratchFolder& folder,
-                           const std::vector<std::string>& extraRouterArgs) {
-    std::vector<std::string> args{"-stay"};
+                           const std::vector<std::string>& extraRouterArgs, bool stay) {
+    std::vector<std::string> args;
+    if (stay)
+        args.push_back("-stay");
     args.insert(args.end(), extraRouterArgs.begin(), extraRouterArgs.end());
     args.insert(args.end(), {"-plugin", CVSSERVICE_PATH});
     if (!router_.start(folder, args)) {

@@ -38,7 +38,10 @@ public:
 
     // Starts svc_router with "-stay -plugin CVSSERVICE_PATH" and `extraRouterArgs` (before the
     // plug-in), logging into `folder`, and waits until the service offers both of its names.
-    bool start(const ScratchFolder& folder, const std::vector<std::string>& extraRouterArgs = {});
+    // Without `stay` the router ends once the service has gone, and its exit code tells how the
+    // service ended.
+    bool start(const ScratchFolder& folder, const std::vector<std::string>& extraRouterArgs = {},
+               bool stay = true);
 
     // Connects `client` (a new generated client object; the session takes over its reference)
     // to `service`. The client plug-in answers "cwd" with `cwd` when the service asks for it, so

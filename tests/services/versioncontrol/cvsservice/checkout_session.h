@@ -21,10 +21,10 @@ struct CheckoutReply {
 
 class CheckoutSession {
 public:
-    // Starts the service and connects the client with `cwd` as its working directory.
-    bool start(const ScratchFolder& folder, const std::string& cwd,
-               const std::vector<std::string>& routerArgs = {}) {
-        if (!session.start(folder, routerArgs))
+    // Starts the service and connects the client with `cwd` as its working directory; `stay`
+    // as ServiceSession::start.
+    bool start(const ScratchFolder& folder, const std::string& cwd, bool stay = true) {
+        if (!session.start(folder, {}, stay))
             return false;
         client = session.connect(new RecordingCheckoutClient, "VC_CheckoutInfo.CVS", cwd);
         return client != nullptr;
