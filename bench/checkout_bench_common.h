@@ -73,8 +73,7 @@ inline void editInThePast(const std::string& path, const std::string& content) {
 // The service with a recording client on "VC_CheckoutInfo.CVS".
 class Service {
 public:
-    Service(const char* bench, const ScratchFolder& folder, const std::string& cwd)
-        : bench(bench) {
+    Service(const char* bench, const ScratchFolder& folder, const std::string& cwd) : bench(bench) {
         if (!session.start(folder))
             fail(bench, session.error());
         client = session.connect(new RecordingCheckoutClient, "VC_CheckoutInfo.CVS", cwd);
@@ -100,8 +99,7 @@ public:
         return *reports[0];
     }
     void awaitEnd() {
-        if (!session.pumpUntil(
-                [&] { return client->count(CheckoutEvent::finished) > 0; }, 600000))
+        if (!session.pumpUntil([&] { return client->count(CheckoutEvent::finished) > 0; }, 600000))
             fail(bench, "the job did not end");
     }
     CheckoutReport scan(const std::string& root, bool local) {
@@ -119,6 +117,8 @@ public:
     // The pid of cvsservice (a child of the router).
     long servicePid() {
         for (const auto& entry : fs::directory_iterator("/proc")) {
+            if (std::atol(entry.path().filename().c_str()) <= 0)
+                continue;
             std::ifstream stat(entry.path() / "stat");
             std::string text((std::istreambuf_iterator<char>(stat)),
                              std::istreambuf_iterator<char>());

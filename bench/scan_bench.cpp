@@ -32,7 +32,8 @@ std::string runDirect(const std::string& wc) {
 int main() {
     ScratchFolder folder;
     CvsRepo repo(folder.root());
-    if (!repo.init() || !repo.importModule("big", generatedModule(kDirectories, kFilesPerDirectory)))
+    if (!repo.init() ||
+        !repo.importModule("big", generatedModule(kDirectories, kFilesPerDirectory)))
         fail(kBench, repo.lastError());
     std::string wc = repo.checkout("big", "wc");
     if (wc.empty())

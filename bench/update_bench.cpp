@@ -17,8 +17,8 @@ constexpr int kFilesPerDirectory = 50;
 constexpr int kRounds = 7;
 
 std::string fileOf(int d, int f) {
-    return "d" + std::to_string(d % 20) + "/e" + std::to_string(d / 20) + "/f" +
-           std::to_string(f) + ".c";
+    return "d" + std::to_string(d % 20) + "/e" + std::to_string(d / 20) + "/f" + std::to_string(f) +
+           ".c";
 }
 
 // cvs -q update -dP in `wc`, run to its end; gives its standard output.
@@ -39,7 +39,8 @@ std::string runDirect(const std::string& wc) {
 int main() {
     ScratchFolder folder;
     CvsRepo repo(folder.root());
-    if (!repo.init() || !repo.importModule("big", generatedModule(kDirectories, kFilesPerDirectory)))
+    if (!repo.init() ||
+        !repo.importModule("big", generatedModule(kDirectories, kFilesPerDirectory)))
         fail(kBench, repo.lastError());
     std::string stale = repo.checkout("big", "stale");
     std::string other = repo.checkout("big", "other");

@@ -110,8 +110,8 @@ void CVS_Checkoutinfo_Idler::startScan(CVS_VC_CheckoutInfo_Server* server, const
 }
 
 void CVS_Checkoutinfo_Idler::startCreate(CVS_VC_CheckoutInfo_Server* server, const char* cookie,
-                                         const char* dest_dir, const char* modules,
-                                         const char* tag, const char* repo_location) {
+                                         const char* dest_dir, const char* modules, const char* tag,
+                                         const char* repo_location) {
     Kind kind;
     kind.do_cvs_scan = kind.update_mode = kind.creating = true;
     auto* job = new CVS_Checkoutinfo_Idler(server, cookie, kind);
@@ -123,11 +123,10 @@ void CVS_Checkoutinfo_Idler::startCreate(CVS_VC_CheckoutInfo_Server* server, con
         job->finished = true;
     } else {
         bool withTag = tag && *tag && std::strcmp(tag, "HEAD") != 0;
-        ut_string command =
-            withTag ? format("%s -d %s -q co -r %s %s", cvsCommand(), orEmpty(repo_location), tag,
-                             orEmpty(modules))
-                    : format("%s -d %s -q co %s", cvsCommand(), orEmpty(repo_location),
-                             orEmpty(modules));
+        ut_string command = withTag ? format("%s -d %s -q co -r %s %s", cvsCommand(),
+                                             orEmpty(repo_location), tag, orEmpty(modules))
+                                    : format("%s -d %s -q co %s", cvsCommand(),
+                                             orEmpty(repo_location), orEmpty(modules));
         if (job->spawnChild(command.c_str(), dest)) {
             job->current_dir = dest;
             job->child_running = true;
@@ -278,8 +277,8 @@ bool CVS_Checkoutinfo_Idler::startNextModify() {
     while (!pending_dirs.empty()) {
         ut_string dir = pending_dirs.front();
         pending_dirs.pop_front();
-        server->StatusUpdate(
-            false, format("Starting modification of directory: %s", dir.c_str()).c_str());
+        server->StatusUpdate(false,
+                             format("Starting modification of directory: %s", dir.c_str()).c_str());
         if (spawnChild(modify_command.c_str(), dir.c_str())) {
             child_running = true;
             current_dir = dir;
@@ -436,8 +435,8 @@ void CVS_Checkoutinfo_Idler::childEnded() {
     // Both pipes are at their end, so the child has normally ended too.
     stopChild();
     child_running = false;
-    if (stdout_text.text && std::strncmp(stdout_text.text, kExecFailure,
-                                         std::strlen(kExecFailure)) == 0) {
+    if (stdout_text.text &&
+        std::strncmp(stdout_text.text, kExecFailure, std::strlen(kExecFailure)) == 0) {
         finish_message = "Failed to execute cvs process, is it in your PATH?";
         finished = true;
         return;
@@ -489,18 +488,18 @@ void CVS_Checkoutinfo_Idler::timerFired(int32_t) {
             break;
         }
         if (++dirs_scanned % kProgressEvery == 0)
-            server->StatusUpdate(
-                false, format("Scanned %d directories so far...", dirs_scanned).c_str());
+            server->StatusUpdate(false,
+                                 format("Scanned %d directories so far...", dirs_scanned).c_str());
     }
     timer_busy = false;
     if (!over)
         return;
     server->StatusUpdate(
-        false, format(child_running
-                          ? "Finished scanning %d directories, waiting for cvs scan to complete."
-                          : "Finished scanning %d directories, merging checkout information.",
-                      dirs_scanned)
-                   .c_str());
+        false,
+        format(child_running ? "Finished scanning %d directories, waiting for cvs scan to complete."
+                             : "Finished scanning %d directories, merging checkout information.",
+               dirs_scanned)
+            .c_str());
     local_scan_running = false;
     if (IdleNotifier* notifier = IdleNotifier::get()) {
         notifier->removeTimer(this);

@@ -132,7 +132,7 @@ private:
     ChildPipe* stderr_pipe = nullptr;
     std::unique_ptr<ReadableWakeup> stdout_wakeup, stderr_wakeup;
     PlatProcess* child_process = nullptr;
-    ut_string child_command;    // the line the child runs, for the texts of its failures
+    ut_string child_command; // the line the child runs, for the texts of its failures
     int32_t child_start_tick = 0;
     OutputBuffer stderr_text, stdout_text;
     char* cvs_output = nullptr; // standard error then standard output, once the child has ended

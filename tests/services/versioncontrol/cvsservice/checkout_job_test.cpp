@@ -138,8 +138,8 @@ TEST_F(LargeScan, TheServiceAnswersOthersWhileAScanRuns) {
     // Another connection, another service.
     char* output = nullptr;
     char* error = nullptr;
-    ASSERT_TRUE(vc->ExecuteCommandString("version", &output, &error,
-                                         service.session.waiter().get(), nullptr));
+    ASSERT_TRUE(vc->ExecuteCommandString("version", &output, &error, service.session.waiter().get(),
+                                         nullptr));
     EXPECT_NE(std::string(output ? output : "").find("Concurrent Versions System"),
               std::string::npos);
     gen_free(output);
@@ -168,16 +168,23 @@ TEST_F(LargeScan, TheServiceAnswersOthersWhileAScanRuns) {
 class StandInCvs : public ScratchTest {
 protected:
     void SetUp() override {
-        writeExecutable(at("bin/cvs"),
-                        "#!/bin/sh\n"
-                        "echo $$ > '" + at("child.pid") + "'\n"
-                        "case $(cat '" + at("mode") + "') in\n"
-                        "hang) echo 'cvs update: Updating .' >&2; sleep 600 & wait ;;\n"
-                        "prompt) if read -r answer < /dev/tty; then echo \"read $answer\";\n"
-                        "        else echo 'cvs [update aborted]: no terminal for a password' >&2;\n"
-                        "        exit 1; fi ;;\n"
-                        "slow) sleep 2; touch '" + at("ran-to-end") + "'; echo 'M a.c' ;;\n"
-                        "esac\n");
+        writeExecutable(
+            at("bin/cvs"),
+            "#!/bin/sh\n"
+            "echo $$ > '" +
+                at("child.pid") +
+                "'\n"
+                "case $(cat '" +
+                at("mode") +
+                "') in\n"
+                "hang) echo 'cvs update: Updating .' >&2; sleep 600 & wait ;;\n"
+                "prompt) if read -r answer < /dev/tty; then echo \"read $answer\";\n"
+                "        else echo 'cvs [update aborted]: no terminal for a password' >&2;\n"
+                "        exit 1; fi ;;\n"
+                "slow) sleep 2; touch '" +
+                at("ran-to-end") +
+                "'; echo 'M a.c' ;;\n"
+                "esac\n");
         write(at("wc/CVS/Entries"), "/a.c/1.1/Thu Jan 15 13:04:05 2004//\nD\n");
         write(at("wc/a.c"), "a\n");
         write(at("ORT/ort.cfg"), "Versctrl_CVSTimeLimit: 2\n");
@@ -195,10 +202,8 @@ protected:
     struct Path {
         std::string path = std::getenv("PATH") ? std::getenv("PATH") : "/usr/bin:/bin";
     } saved;
-    std::unique_ptr<SavedEnvironment> restore =
-        std::make_unique<SavedEnvironment>(std::initializer_list<const char*>{"PATH",
-                                                                             "XDG_CONFIG_HOME"},
-                                           false);
+    std::unique_ptr<SavedEnvironment> restore = std::make_unique<SavedEnvironment>(
+        std::initializer_list<const char*>{"PATH", "XDG_CONFIG_HOME"}, false);
     ScratchFolder folder;
     CheckoutSession service;
 };

@@ -44,8 +44,8 @@ public:
                                                  status);
         });
     }
-    CheckoutReply create(const std::string& dest, const std::string& modules,
-                         const char* tag, const std::string& root) {
+    CheckoutReply create(const std::string& dest, const std::string& modules, const char* tag,
+                         const std::string& root) {
         return call([&](char** cookie, char** error, RetryHandler* wait, STPStatus* status) {
             return client->CreateCheckout(dest.c_str(), modules.c_str(), tag, root.c_str(), cookie,
                                           error, wait, status);
@@ -62,8 +62,7 @@ public:
     CheckoutReply halt(const std::string& cookie) {
         CheckoutReply reply;
         char* error = nullptr;
-        reply.answered =
-            client->HaltScan(cookie.c_str(), &error, session.waiter().get(), &status);
+        reply.answered = client->HaltScan(cookie.c_str(), &error, session.waiter().get(), &status);
         reply.error = take(error);
         return reply;
     }

@@ -104,12 +104,13 @@ TEST_P(ScanOfEveryState, ReportsEachFileAndSendsTheEventsInTheirOrder) {
         uint32_t type;
         const char* version;
     };
-    for (const Expected& e : {Expected{"a.c", 1200, "1.1.1.1"}, Expected{"added.c", 1000, "New File"},
-                              Expected{"b.c", 1100, "1.1.1.1"}, Expected{"c.c", 1700, "1.1.1.1"},
-                              Expected{"d.c", 600, "1.1.1.1"}, Expected{"e.c", 500, "1.1.1.1"},
-                              Expected{"g.c", 1600, "1.1.1.1"}, Expected{"h.c", 700, "1.2"},
-                              Expected{"new.c", 1500, "N/A"}, Expected{"plain", 2050, "N/A"},
-                              Expected{"stray.txt", 2000, "N/A"}}) {
+    for (const Expected& e :
+         {Expected{"a.c", 1200, "1.1.1.1"}, Expected{"added.c", 1000, "New File"},
+          Expected{"b.c", 1100, "1.1.1.1"}, Expected{"c.c", 1700, "1.1.1.1"},
+          Expected{"d.c", 600, "1.1.1.1"}, Expected{"e.c", 500, "1.1.1.1"},
+          Expected{"g.c", 1600, "1.1.1.1"}, Expected{"h.c", 700, "1.2"},
+          Expected{"new.c", 1500, "N/A"}, Expected{"plain", 2050, "N/A"},
+          Expected{"stray.txt", 2000, "N/A"}}) {
         const CheckoutReportItem* item = report.find(wc, e.file);
         ASSERT_NE(item, nullptr) << e.file;
         EXPECT_EQ(item->type, e.type) << e.file;
@@ -228,10 +229,9 @@ TEST_F(CheckoutJobs, RootsThatAreNoCheckoutsAndAParentOfCheckouts) {
     std::string missing = at("missing");
     ASSERT_TRUE(service.requestInfo({at("lonely"), at("file.txt"), missing}, true).answered);
     ASSERT_TRUE(service.awaitFinished(1));
-    EXPECT_EQ(service.client->output(true), "Directory " + at("lonely") +
-                                                " is not under CVS.\nDirectory " + at("file.txt") +
-                                                " is not under CVS.\nDirectory " + missing +
-                                                " is not under CVS.\n");
+    EXPECT_EQ(service.client->output(true),
+              "Directory " + at("lonely") + " is not under CVS.\nDirectory " + at("file.txt") +
+                  " is not under CVS.\nDirectory " + missing + " is not under CVS.\n");
     EXPECT_TRUE(service.client->reports().empty());
     EXPECT_EQ(events().back().text, "");
 
@@ -299,8 +299,9 @@ TEST_F(CheckoutJobs, CreateChecksOutAtTheHeadOrATagAndReportsTheNewCheckout) {
         const char* stickyTag;
     };
     size_t finished = 0;
-    for (const Case& c : {Case{"head", "", "1.2", "HEAD"}, Case{"named/head", "HEAD", "1.2", "HEAD"},
-                          Case{"tagged", "T1", "1.1.1.1", "T1"}}) {
+    for (const Case& c :
+         {Case{"head", "", "1.2", "HEAD"}, Case{"named/head", "HEAD", "1.2", "HEAD"},
+          Case{"tagged", "T1", "1.1.1.1", "T1"}}) {
         service.client->events.clear();
         std::string dest = at(c.dest);
         CheckoutReply reply = service.create(dest, "m", c.tag, repo.root(CvsRootKind::fork));
@@ -308,9 +309,8 @@ TEST_F(CheckoutJobs, CreateChecksOutAtTheHeadOrATagAndReportsTheNewCheckout) {
         EXPECT_EQ(reply.cookie, "CheckoutScan-" + std::to_string(++finished));
         EXPECT_EQ(reply.error, "(absent)");
         ASSERT_TRUE(service.awaitFinished()) << c.dest;
-        EXPECT_EQ(read(dest + "/m/a.c"), c.version == std::string("1.2")
-                                             ? "line1 newer\nline2\nline3\n"
-                                             : kThreeLines);
+        EXPECT_EQ(read(dest + "/m/a.c"),
+                  c.version == std::string("1.2") ? "line1 newer\nline2\nline3\n" : kThreeLines);
         EXPECT_EQ(service.client->statuses().front(),
                   "Finished creating checkout, starting local scan.");
         const auto reports = service.client->reports();
@@ -332,9 +332,8 @@ TEST_F(CheckoutJobs, CreateChecksOutAtTheHeadOrATagAndReportsTheNewCheckout) {
     EXPECT_EQ(refused.error, "(absent)");
     ASSERT_TRUE(service.awaitFinished());
     ASSERT_EQ(events().size(), 1u);
-    EXPECT_EQ(events()[0].text,
-              "Error: Unable to create directory " + at("occupied") +
-                  ", checkout creation aborted.");
+    EXPECT_EQ(events()[0].text, "Error: Unable to create directory " + at("occupied") +
+                                    ", checkout creation aborted.");
 }
 
 // The date of now in the form cvs reads, in UTC.
@@ -408,14 +407,15 @@ TEST_F(CheckoutJobs, ModifyMovesCheckoutsToATagADateAndBackToTheHead) {
         bool do_head;
         const char* text;
     };
-    for (const Bad& b : {Bad{true, "T1", true, "now", true, "Cannot revert to HEAD with a tag or a date."},
-                         Bad{false, "T1", false, "now", false, "No revert option specified."},
-                         Bad{true, "", false, nullptr, false,
-                             "Revert to tag selected, but no tag specified."},
-                         Bad{false, nullptr, true, nullptr, false,
-                             "Revert to date selected, but no date specified."}}) {
+    for (const Bad& b :
+         {Bad{true, "T1", true, "now", true, "Cannot revert to HEAD with a tag or a date."},
+          Bad{false, "T1", false, "now", false, "No revert option specified."},
+          Bad{true, "", false, nullptr, false, "Revert to tag selected, but no tag specified."},
+          Bad{false, nullptr, true, nullptr, false,
+              "Revert to date selected, but no date specified."}}) {
         service.client->events.clear();
-        CheckoutReply reply = service.modify({second}, b.do_tag, b.tag, b.do_date, b.date, b.do_head);
+        CheckoutReply reply =
+            service.modify({second}, b.do_tag, b.tag, b.do_date, b.date, b.do_head);
         EXPECT_NE(reply.cookie, "(absent)");
         EXPECT_EQ(reply.error, "(absent)");
         ASSERT_TRUE(service.awaitFinished());
