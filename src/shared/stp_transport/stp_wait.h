@@ -17,7 +17,7 @@ enum class STPWaitEnd {
 //
 //   if done(): return done, and nothing else happens (the handler is not touched);
 //   retry->begin();
-//   repeat: retry->wait(), or with no handler transport->serviceOnce(10000);
+//   repeat: retry->wait(), or with no handler transport->serviceOnce(sliceMs);
 //           the transport's status bad -> failed;  done() -> done;
 //           retry->canContinue() false -> gaveUp;
 //   retry->end().
@@ -27,7 +27,8 @@ enum class STPWaitEnd {
 // holds a reference on the transport throughout, so that a handler that drops the last other
 // reference cannot destroy it under the loop; the caller's own objects are its own to keep.
 template <typename Done>
-STPWaitEnd stp_wait_until(STPTransport* transport, RetryHandler* retry, Done&& done) {
+STPWaitEnd stp_wait_until(STPTransport* transport, RetryHandler* retry, Done&& done,
+                          int32_t sliceMs = STP_SERVICE_WAIT_MS) {
     if (done())
         return STPWaitEnd::done;
     STPTransportRef hold(transport);
@@ -38,7 +39,7 @@ STPWaitEnd stp_wait_until(STPTransport* transport, RetryHandler* retry, Done&& d
         if (retry)
             retry->wait();
         else
-            transport->serviceOnce(STP_SERVICE_WAIT_MS);
+            transport->serviceOnce(sliceMs);
         if (!transport->getStatus().ok()) {
             end = STPWaitEnd::failed;
             break;
