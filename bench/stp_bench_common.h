@@ -1,5 +1,6 @@
 // Shared parts of the transport benchmarks: a peer process that echoes every message it gets,
-// over an STP transport or over a plain blocking socket, and a timer.
+// over an STP transport or over a plain blocking socket, and the alternating comparison of two
+// sides (A B A B ..., the median of the per-round ratios).
 //
 // Both variants are measured in the same run against a peer in a second process (this program
 // again, started with "--peer stp PORT" or "--peer plain PORT SIZE"), so the process-wide state
@@ -8,9 +9,12 @@
 
 #include "plat_process.h"
 #include "plat_socket.h"
+#include "stp_echo_listener.h"
 #include "stp_message.h"
 #include "stp_transport.h"
+#include "ut_retryhandler.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -46,19 +50,7 @@ inline bool recvAll(plat_socket s, char* data, size_t size) {
     return true;
 }
 
-// Echoes every request back as a reply with the same body.
-class EchoListener : public ResponseListener {
-public:
-    explicit EchoListener(STPTransport* t) : transport(t) {}
-    bool handle(STPMessage* m) override {
-        STPMessage* reply = transport->newReply(m->remoteRN, m->localRN, m->serial, 0);
-        reply->putRaw(m->data() + m->headerSize, m->dataSize);
-        transport->sendWithAttempts(reply, 2);
-        delete reply;
-        return true;
-    }
-    STPTransport* transport;
-};
+using EchoListener = StpEchoListener;
 
 // An STP peer on 127.0.0.1 `port` that echoes requests from route numbers (2, 1) until the
 // connection closes; returns the exit code.
@@ -107,77 +99,126 @@ inline PlatProcess* startPeer(const char* self, const char* kind, size_t size, p
     return peer;
 }
 
-// Round trips per second of `payload`-byte messages echoed by a plain blocking socket.
-inline double plainRoundTrips(const char* self, size_t payload, int rounds) {
-    plat_socket s = PLAT_INVALID_SOCKET;
-    PlatProcess* peer = startPeer(self, "plain", payload, &s);
-    plat_set_nonblocking(s, false);
-    std::vector<char> out(payload, 'p'), in(payload);
-    for (int i = 0; i < rounds / 10; ++i) // warm-up
-        sendAll(s, out.data(), payload), recvAll(s, in.data(), payload);
-    auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < rounds; ++i)
-        if (!sendAll(s, out.data(), payload) || !recvAll(s, in.data(), payload))
-            std::fprintf(stderr, "plain round trip failed\n"), std::exit(1);
-    double rate = rounds / secondsSince(start);
-    plat_close_socket(s);
-    plat_wait_process(peer, 10000);
-    plat_close_process(peer);
-    return rate;
-}
+// One side of a comparison: a connection to a peer that is set up once and measured in many
+// short runs, so that both sides of a round meet the same load of the machine.
+class Side {
+public:
+    virtual ~Side() = default;
+    // Round trips per second over `rounds` round trips.
+    virtual double rate(int rounds) = 0;
+};
 
-// Round trips per second of `payload`-byte requests answered by an STP peer that echoes them:
-// newMessage, sendMessage, awaitResponse, as a generated stub calls.
-inline double stpRoundTrips(const char* self, size_t payload, int rounds) {
+// A plain blocking socket to a peer that echoes `payload` bytes.
+class PlainSide : public Side {
+public:
+    PlainSide(const char* self, size_t payload) : out(payload, 'p'), in(payload) {
+        peer = startPeer(self, "plain", payload, &s);
+        plat_set_nonblocking(s, false);
+    }
+    ~PlainSide() override {
+        plat_close_socket(s);
+        plat_wait_process(peer, 10000);
+        plat_close_process(peer);
+    }
+    double rate(int rounds) override {
+        auto start = std::chrono::steady_clock::now();
+        for (int i = 0; i < rounds; ++i)
+            if (!sendAll(s, out.data(), out.size()) || !recvAll(s, in.data(), in.size()))
+                std::fprintf(stderr, "plain round trip failed\n"), std::exit(1);
+        return rounds / secondsSince(start);
+    }
+
+private:
     plat_socket s = PLAT_INVALID_SOCKET;
-    PlatProcess* peer = startPeer(self, "stp", payload, &s);
-    STPTransport* t = new STPTransport;
-    t->bindFD(s);
+    PlatProcess* peer = nullptr;
+    std::vector<char> out, in;
+};
+
+// Requests of `payload` bytes on an STP transport, answered by a peer that echoes them:
+// newMessage, sendMessage, awaitResponse, as a generated stub calls.
+inline double stpRate(STPTransport* t, uint32_t localRN, uint32_t remoteRN, size_t payload,
+                      RetryHandler* retry, int rounds) {
     std::string body(payload, 's');
-    auto once = [&] {
-        STPMessage* m = t->newMessage(1, 2, KIND_BINARY, 1, MSG_WANTS_REPLY);
+    auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < rounds; ++i) {
+        STPMessage* m = t->newMessage(localRN, remoteRN, KIND_BINARY, 1, MSG_WANTS_REPLY);
         m->putRaw(body.data(), static_cast<int32_t>(payload));
-        uint32_t serial = t->sendMessage(m);
+        uint32_t serial = t->sendMessage(m, retry);
         delete m;
-        STPMessage* reply = serial ? t->awaitResponse(serial) : nullptr;
+        STPMessage* reply = serial ? t->awaitResponse(serial, retry) : nullptr;
         if (reply == nullptr || static_cast<size_t>(reply->dataSize) < payload) {
             std::fprintf(stderr, "stp round trip failed: %s\n", t->getStatus().message);
             std::exit(1);
         }
         delete reply;
-    };
-    for (int i = 0; i < rounds / 10; ++i)
-        once();
-    auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < rounds; ++i)
-        once();
-    double rate = rounds / secondsSince(start);
-    t->closeConnection();
-    t->unref();
-    plat_wait_process(peer, 10000);
-    plat_close_process(peer);
-    return rate;
+    }
+    return rounds / secondsSince(start);
 }
 
-// Runs both variants `repeats` times, alternating, and keeps the best of each.
-inline void compare(const char* self, const char* name, size_t payload, int rounds, int repeats,
-                    bool asThroughput) {
-    double plain = 0, stp = 0;
-    for (int r = 0; r < repeats; ++r) {
-        plain = std::max(plain, plainRoundTrips(self, payload, rounds));
-        stp = std::max(stp, stpRoundTrips(self, payload, rounds));
+// An STP transport to a peer that echoes.
+class StpSide : public Side {
+public:
+    StpSide(const char* self, size_t payload) : payload(payload) {
+        plat_socket s = PLAT_INVALID_SOCKET;
+        peer = startPeer(self, "stp", payload, &s);
+        t = new STPTransport;
+        t->bindFD(s);
     }
-    if (asThroughput) {
-        // Each round trip carries the payload both ways.
-        double mib = 2.0 * static_cast<double>(payload) / 1048576.0;
-        std::printf("%s plain sockets: %.1f MiB/s\n", name, plain * mib);
-        std::printf("%s stp transport: %.1f MiB/s\n", name, stp * mib);
-    } else {
-        std::printf("%s plain sockets: %.0f round trips/s\n", name, plain);
-        std::printf("%s stp transport: %.0f round trips/s\n", name, stp);
+    ~StpSide() override {
+        t->closeConnection();
+        t->unref();
+        plat_wait_process(peer, 10000);
+        plat_close_process(peer);
     }
-    std::printf("ratio %s %.3f\n", name, stp / plain);
+    double rate(int rounds) override { return stpRate(t, 1, 2, payload, nullptr, rounds); }
+
+private:
+    size_t payload;
+    STPTransport* t = nullptr;
+    PlatProcess* peer = nullptr;
+};
+
+inline double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    size_t n = values.size();
+    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+// Compares `b` with `a`: one warm-up run of each, then `rounds` rounds of a run of `a` and a
+// run of `b` (`trips` round trips each), in that order. Prints each side's median rate (as
+// MiB/s when `mibPerTrip` is above 0), the median of the per-round ratios b/a with their
+// minimum and maximum, and last "ratio NAME MEDIAN".
+inline void alternate(const char* name, const char* labelA, Side& a, const char* labelB, Side& b,
+                      int trips, int rounds, double mibPerTrip) {
+    a.rate(trips / 2 + 1);
+    b.rate(trips / 2 + 1);
+    std::vector<double> rateA, rateB, ratios;
+    for (int r = 0; r < rounds; ++r) {
+        rateA.push_back(a.rate(trips));
+        rateB.push_back(b.rate(trips));
+        ratios.push_back(rateB.back() / rateA.back());
+    }
+    double scale = mibPerTrip > 0 ? mibPerTrip : 1;
+    const char* unit = mibPerTrip > 0 ? "MiB/s" : "round trips/s";
+    std::printf("%s %s: %.1f %s (median of %d runs)\n", name, labelA, median(rateA) * scale, unit,
+                rounds);
+    std::printf("%s %s: %.1f %s (median of %d runs)\n", name, labelB, median(rateB) * scale, unit,
+                rounds);
+    std::printf("%s ratio per round: median %.3f, min %.3f, max %.3f (%d rounds)\n", name,
+                median(ratios), *std::min_element(ratios.begin(), ratios.end()),
+                *std::max_element(ratios.begin(), ratios.end()), rounds);
+    std::printf("ratio %s %.3f\n", name, median(ratios));
     std::fflush(stdout);
+}
+
+// The transport against plain sockets, alternating (see alternate).
+inline void compare(const char* self, const char* name, size_t payload, int trips, int rounds,
+                    bool asThroughput) {
+    PlainSide plain(self, payload);
+    StpSide stp(self, payload);
+    // Each round trip carries the payload both ways.
+    double mib = asThroughput ? 2.0 * static_cast<double>(payload) / 1048576.0 : 0;
+    alternate(name, "plain sockets", plain, "stp transport", stp, trips, rounds, mib);
 }
 
 } // namespace stpbench

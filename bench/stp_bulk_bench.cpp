@@ -5,6 +5,6 @@
 int main(int argc, char** argv) {
     if (argc >= 4 && std::strcmp(argv[1], "--peer") == 0)
         return stpbench::runPeer(argc, argv);
-    stpbench::compare(argv[0], "stp_bulk_1MiB", 1048576, 300, 3, true);
+    stpbench::compare(argv[0], "stp_bulk_1MiB", 1048576, 60, 9, true);
     return 0;
 }

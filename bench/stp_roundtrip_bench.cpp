@@ -5,6 +5,6 @@
 int main(int argc, char** argv) {
     if (argc >= 4 && std::strcmp(argv[1], "--peer") == 0)
         return stpbench::runPeer(argc, argv);
-    stpbench::compare(argv[0], "stp_roundtrip_64B", 64, 20000, 3, false);
+    stpbench::compare(argv[0], "stp_roundtrip_64B", 64, 10000, 9, false);
     return 0;
 }

@@ -1,6 +1,7 @@
 // Round trips of a 64-byte request and its reply between two plug-ins through svc_router,
-// beside the same payload over a direct STP connection between the same two kinds of process.
-// Last line: "ratio NAME VALUE", the routed rate over the direct one.
+// beside the same payload over a direct STP connection between the same two kinds of process,
+// measured alternately. Last line: "ratio NAME VALUE", the median of the per-round ratios of
+// the routed rate over the direct one.
 //
 // The echoing end is this program again in a second process: started by svc_router as a
 // plug-in ("--echo-plugin" behind the router's words), or connected straight to this process
@@ -27,8 +28,9 @@
 namespace {
 
 constexpr size_t kPayload = 64;
-constexpr int kRounds = 10000;
-constexpr int kRepeats = 3;
+// Round trips per run, and runs of each side after the warm-up.
+constexpr int kTrips = 5000;
+constexpr int kRounds = 9;
 constexpr int32_t kWaitMs = 20000;
 const char* const kService = "Bench.Echo";
 
@@ -69,91 +71,97 @@ int runEchoPlugin(uint16_t routerPort) {
     return 0;
 }
 
-// Round trips per second of requests from `localRN` to `remoteRN` on `t`.
-double roundTrips(STPTransport* t, uint32_t localRN, uint32_t remoteRN) {
-    std::string body(kPayload, 'r');
-    auto once = [&] {
-        STPMessage* m = t->newMessage(localRN, remoteRN, KIND_BINARY, 1, MSG_WANTS_REPLY);
-        m->putRaw(body.data(), static_cast<int32_t>(kPayload));
-        TimeoutSTPRetryHandler retry(kWaitMs, t);
-        uint32_t serial = t->sendMessage(m, &retry);
-        delete m;
-        STPMessage* reply = serial ? t->awaitResponse(serial, &retry) : nullptr;
-        if (reply == nullptr || static_cast<size_t>(reply->dataSize) < kPayload)
-            fail("round trip failed");
-        delete reply;
-    };
-    for (int i = 0; i < kRounds / 10; ++i) // warm-up
-        once();
-    auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < kRounds; ++i)
-        once();
-    return kRounds /
-           std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double directRate(const char* self) {
-    uint16_t port = 0;
-    plat_socket listenFd = STPTransport::getEphemeralListenSocket(&port);
-    std::string portText = std::to_string(port);
-    const char* argv[] = {self, "--echo-direct", portText.c_str(), nullptr};
-    PlatProcess* peer = plat_spawn(argv, nullptr, nullptr);
-    if (peer == nullptr)
-        fail("cannot start the direct peer");
-    STPTransport* t = new STPTransport;
-    if (!t->bindFD(STPTransport::acceptClient(listenFd, true)))
-        fail("the direct peer did not call");
-    double rate = roundTrips(t, 1, 2);
-    t->closeConnection();
-    t->unref();
-    plat_wait_process(peer, 10000);
-    plat_close_process(peer);
-    return rate;
-}
-
-double routedRate(const std::string& router, const char* self, const std::string& portFile) {
-    std::remove(portFile.c_str());
-    const char* argv[] = {router.c_str(), "-port", "0",           "-port_file",    portFile.c_str(),
-                          "-plugin",      self,    "-plugin_arg", "--echo-plugin", nullptr};
-    // The router's own lines would only get in the way of the figures.
-    PlatSpawnOptions quiet;
-    quiet.stdoutFd = plat_open("/dev/null", PLAT_O_WRONLY, 0);
-    quiet.stderrFd = quiet.stdoutFd;
-    PlatProcess* process = plat_spawn(argv, &quiet, nullptr);
-    plat_close(quiet.stdoutFd);
-    if (process == nullptr)
-        fail("cannot start svc_router");
-    uint16_t port = 0;
-    for (int32_t start = plat_tick_count(); port == 0;) {
-        if (FILE* f = std::fopen(portFile.c_str(), "r")) {
-            unsigned value = 0;
-            if (std::fscanf(f, "%u\n", &value) == 1)
-                port = static_cast<uint16_t>(value);
-            std::fclose(f);
-        }
-        if (plat_tick_diff(plat_tick_count(), start) > kWaitMs)
-            fail("svc_router did not tell its port");
-        plat_sleep_ms(5);
+// A direct STP connection to a second process that echoes.
+class DirectSide : public stpbench::Side {
+public:
+    explicit DirectSide(const char* self) {
+        uint16_t port = 0;
+        plat_socket listenFd = STPTransport::getEphemeralListenSocket(&port);
+        std::string portText = std::to_string(port);
+        const char* argv[] = {self, "--echo-direct", portText.c_str(), nullptr};
+        peer = plat_spawn(argv, nullptr, nullptr);
+        if (peer == nullptr)
+            fail("cannot start the direct peer");
+        t = new STPTransport;
+        if (!t->bindFD(STPTransport::acceptClient(listenFd, true)))
+            fail("the direct peer did not call");
+        retry = new TimeoutSTPRetryHandler(kWaitMs, t);
     }
-    TestPlugin* client = new TestPlugin;
-    std::string error;
-    if (!client->connect(port, kWaitMs, &error) || !client->open({}, kWaitMs, &error))
-        fail(error.c_str());
+    ~DirectSide() override {
+        delete retry;
+        t->closeConnection();
+        t->unref();
+        plat_wait_process(peer, 10000);
+        plat_close_process(peer);
+    }
+    double rate(int rounds) override { return stpbench::stpRate(t, 1, 2, kPayload, retry, rounds); }
+
+private:
+    PlatProcess* peer = nullptr;
+    STPTransport* t = nullptr;
+    RetryHandler* retry = nullptr;
+};
+
+// A connection through svc_router to a plug-in that the router launched and that echoes.
+class RoutedSide : public stpbench::Side {
+public:
+    RoutedSide(const std::string& router, const char* self, const std::string& portFile) {
+        std::remove(portFile.c_str());
+        const char* argv[] = {router.c_str(),   "-port",   "0",  "-port_file",
+                              portFile.c_str(), "-plugin", self, "-plugin_arg",
+                              "--echo-plugin",  nullptr};
+        // The router's own lines would only get in the way of the figures.
+        PlatSpawnOptions quiet;
+        quiet.stdoutFd = plat_open("/dev/null", PLAT_O_WRONLY, 0);
+        quiet.stderrFd = quiet.stdoutFd;
+        process = plat_spawn(argv, &quiet, nullptr);
+        plat_close(quiet.stdoutFd);
+        if (process == nullptr)
+            fail("cannot start svc_router");
+        uint16_t port = 0;
+        for (int32_t start = plat_tick_count(); port == 0;) {
+            if (FILE* f = std::fopen(portFile.c_str(), "re")) {
+                unsigned value = 0;
+                if (std::fscanf(f, "%u\n", &value) == 1)
+                    port = static_cast<uint16_t>(value);
+                std::fclose(f);
+            }
+            if (plat_tick_diff(plat_tick_count(), start) > kWaitMs)
+                fail("svc_router did not tell its port");
+            plat_sleep_ms(5);
+        }
+        std::remove(portFile.c_str());
+        client = new TestPlugin;
+        std::string error;
+        if (!client->connect(port, kWaitMs, &error) || !client->open({}, kWaitMs, &error))
+            fail(error.c_str());
+        int32_t start = plat_tick_count();
+        do { // the echoing plug-in may still be starting
+            if (!client->requestConnection(kService, {}, kWaitMs, &reply))
+                fail("no reply from svc_router");
+        } while (!reply.wasFound && plat_tick_diff(plat_tick_count(), start) < kWaitMs);
+        if (!reply.wasAccepted)
+            fail("the echoing plug-in did not take the connection");
+        retry = new TimeoutSTPRetryHandler(kWaitMs, client->getTransport());
+    }
+    ~RoutedSide() override {
+        delete retry;
+        client->release();
+        // The router ends once both plug-ins have gone.
+        plat_wait_process(process, kWaitMs);
+        plat_close_process(process);
+    }
+    double rate(int rounds) override {
+        return stpbench::stpRate(client->getTransport(), reply.localRN, reply.serviceRN, kPayload,
+                                 retry, rounds);
+    }
+
+private:
+    PlatProcess* process = nullptr;
+    TestPlugin* client = nullptr;
     TestPlugin::ConnectionReply reply;
-    int32_t start = plat_tick_count();
-    do { // the echoing plug-in may still be starting
-        if (!client->requestConnection(kService, {}, kWaitMs, &reply))
-            fail("no reply from svc_router");
-    } while (!reply.wasFound && plat_tick_diff(plat_tick_count(), start) < kWaitMs);
-    if (!reply.wasAccepted)
-        fail("the echoing plug-in did not take the connection");
-    double rate = roundTrips(client->getTransport(), reply.localRN, reply.serviceRN);
-    client->release();
-    // The router ends once both plug-ins have gone.
-    plat_wait_process(process, kWaitMs);
-    plat_close_process(process);
-    return rate;
-}
+    RetryHandler* retry = nullptr;
+};
 
 } // namespace
 
@@ -173,16 +181,9 @@ int main(int argc, char** argv) {
     std::string router = dir + "svc_router";
     std::string portFile = dir + "svc_router_bench." + std::to_string(plat_current_process_id());
 
-    double direct = 0, routed = 0;
-    for (int r = 0; r < kRepeats; ++r) {
-        direct = std::max(direct, directRate(self));
-        routed = std::max(routed, routedRate(router, self, portFile));
-    }
-    std::remove(portFile.c_str());
-    const char* name = "svc_router_roundtrip_64B";
-    std::printf("%s direct stp connection: %.0f round trips/s\n", name, direct);
-    std::printf("%s through svc_router: %.0f round trips/s\n", name, routed);
-    std::printf("ratio %s %.3f\n", name, routed / direct);
-    std::fflush(stdout);
+    DirectSide direct(self);
+    RoutedSide routed(router, self, portFile);
+    stpbench::alternate("svc_router_roundtrip_64B", "direct stp connection", direct,
+                        "through svc_router", routed, kTrips, kRounds, 0);
     return 0;
 }

@@ -37,11 +37,22 @@ void base32(unsigned value, char* out) {
     *out = '\0';
 }
 
+// Creates `path` as a new empty file of mode 0600. False with errno set; EEXIST when something,
+// a dangling link included, is there already.
+bool createExclusive(const char* path) {
+    int fd = V_open(path, PLAT_O_WRONLY | PLAT_O_CREAT | PLAT_O_EXCL, 0600);
+    if (fd < 0)
+        return false;
+    plat_close(fd);
+    return true;
+}
+
 char* withExtension(char* name, const char* extension) {
     if (extension && *extension == '.')
         ++extension;
     if (!extension || !*extension) {
-        // Windows drops a final dot from file names; do the same so the name is the file's.
+        // A final dot does not survive on every file system a peer may use (it is dropped
+        // there), so the name handed out has none and stays the file's name everywhere.
         size_t n = std::strlen(name);
         if (n > 0 && name[n - 1] == '.')
             name[n - 1] = '\0';
@@ -73,14 +84,18 @@ char* gen_temp_name(const char* preferred, const char* extension) {
     const char* dir = gen_temp_dir(preferred);
     const char* fixed = std::getenv("BUILDER_TEMPORARY_NAME");
     if (fixed && *fixed) {
-        // The builder chose the name, so it is given even when such a file exists: the
-        // numbering has no place to go in a fixed name, and the builder expects this one.
         size_t n = std::strlen(fixed);
         char* name = gen_concat2(fixed, fixed[n - 1] == '.' ? "" : ".");
         name = withExtension(name, extension);
         char* path = gen_path_join(dir, name);
         gen_free(name);
-        return path;
+        // unlink removes a link itself, never its target; a name planted again in between
+        // makes the exclusive create fail.
+        V_unlink(path);
+        if (createExclusive(path))
+            return path;
+        gen_free(path);
+        return nullptr;
     }
     char pid[16];
     base32(static_cast<unsigned>(plat_current_process_id()), pid);
@@ -91,10 +106,13 @@ char* gen_temp_name(const char* preferred, const char* extension) {
         char* name = withExtension(gen_concat4("tq_", pid, counter, "."), extension);
         char* path = gen_path_join(dir, name);
         gen_free(name);
-        if (!gen_exists(path))
+        if (createExclusive(path))
             return path;
         gen_free(path);
+        if (errno != EEXIST)
+            return nullptr;
     }
+    errno = EEXIST;
     return nullptr;
 }
 
@@ -112,8 +130,6 @@ int gen_make_temp(char* template_) {
     }
     for (char letter = 'a'; letter <= 'z'; ++letter) {
         tail[0] = letter;
-        if (gen_exists(template_))
-            continue;
         int fd = V_open(template_, PLAT_O_RDWR | PLAT_O_CREAT | PLAT_O_EXCL, 0600);
         if (fd >= 0 || errno != EEXIST)
             return fd;

@@ -3,6 +3,25 @@
 #include <cerrno>
 #include <cstring>
 
+namespace {
+// The mode V_fopen passes on: `mode`, then `c` for a writing mode without `c` or `n`, then `e`
+// unless it is there. False when that does not fit in `size` bytes.
+bool fopenMode(const char* mode, char* out, size_t size) {
+    size_t n = std::strlen(mode);
+    if (n + 3 > size)
+        return false;
+    std::memcpy(out, mode, n);
+    bool writes = std::strpbrk(mode, "wa") != nullptr;
+    bool committed = std::strpbrk(mode, "cn") != nullptr;
+    if (writes && !committed)
+        out[n++] = 'c';
+    if (!std::strchr(mode, 'e'))
+        out[n++] = 'e';
+    out[n] = '\0';
+    return true;
+}
+} // namespace
+
 int V_access(const char* path, int mode) {
     if (!path) {
         errno = EINVAL;
@@ -27,27 +46,14 @@ int V_open(const char* path, int flags, int mode) {
     return plat_open(path, flags, mode);
 }
 
-void V_fopen_mode(const char* mode, char* out, size_t size) {
-    if (size == 0)
-        return;
-    size_t n = std::strlen(mode);
-    if (n + 1 > size)
-        n = size - 1;
-    std::memcpy(out, mode, n);
-    out[n] = '\0';
-    bool writes = std::strpbrk(mode, "wa") != nullptr;
-    bool committed = std::strpbrk(mode, "cn") != nullptr;
-    if (writes && !committed && n + 2 <= size) {
-        out[n] = 'c';
-        out[n + 1] = '\0';
-    }
-}
-
 FILE* V_fopen(const char* path, const char* mode) {
     if (!path || !mode)
         return nullptr;
     char fixed[32];
-    V_fopen_mode(mode, fixed, sizeof fixed);
+    if (!fopenMode(mode, fixed, sizeof fixed)) {
+        errno = EINVAL;
+        return nullptr;
+    }
     return std::fopen(path, fixed);
 }
 
@@ -55,7 +61,10 @@ FILE* V_freopen(const char* path, const char* mode, FILE* stream) {
     if (!path || !mode)
         return nullptr;
     char fixed[32];
-    V_fopen_mode(mode, fixed, sizeof fixed);
+    if (!fopenMode(mode, fixed, sizeof fixed)) {
+        errno = EINVAL;
+        return nullptr;
+    }
     return std::freopen(path, fixed, stream);
 }
 

@@ -16,7 +16,8 @@ int V_stat(const char* path, PlatFileStatus* buffer);
 // open with the PLAT_O_ flags. The descriptor or -1.
 int V_open(const char* path, int flags, int mode);
 // fopen / freopen. A mode with `w` or `a` but neither `c` nor `n` gets `c` (commit on flush)
-// appended first, which the C library here accepts and ignores. Null for a null path.
+// appended first, which the C library here accepts and ignores. Every stream is close-on-exec
+// (`e`), so that a child never holds the process's files. Null for a null path.
 FILE* V_fopen(const char* path, const char* mode);
 FILE* V_freopen(const char* path, const char* mode, FILE* stream);
 // chdir; the empty or null path fails with -1.
@@ -25,6 +26,3 @@ int V_chdir(const char* path);
 int V_mkdir(const char* path, int mode);
 // unlink. 0 or -1.
 int V_unlink(const char* path);
-
-// The mode V_fopen passes on, written to `out` (at least strlen(mode) + 2 bytes).
-void V_fopen_mode(const char* mode, char* out, size_t size);

@@ -1,9 +1,8 @@
 #include "indgen.h"
 
+#include "plat_pipe.h"
 #include "plat_process.h"
 #include "plat_socket.h"
-
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -63,9 +62,7 @@ bool hostIsLittleOrBigEndian() {
 void writeAllToStderr(const char* text) {
     size_t left = std::strlen(text);
     while (left > 0) {
-        ssize_t n = write(2, text, left);
-        if (n < 0 && errno == EINTR)
-            continue;
+        long n = plat_write_fd(2, text, left);
         if (n <= 0)
             return;
         text += n;
@@ -94,7 +91,7 @@ void gen_init(const char* argv0) {
 
 void gen_exit(int code) {
     if (g_exiting)
-        _exit(code);
+        std::_Exit(code);
     g_exiting = true;
     std::exit(code);
 }
@@ -204,7 +201,7 @@ void gen_out_of_memory() {
         writeAllToStderr(": ");
     }
     writeAllToStderr("fatal: Out of memory\n");
-    _exit(3);
+    std::_Exit(3);
 }
 
 void* gen_alloc(size_t count, size_t size) {

@@ -285,25 +285,6 @@ TEST(GenAsprintfOwn, NullFormat) {
     EXPECT_EQ(n, 6);
 }
 
-TEST(GenFormatBuffer, FirstKilobyteStaysLocalAndTheOverflowDoubles) {
-    std::string text(1025, 'x');
-    text[0] = 'a';
-    text[1024] = 'z';
-    GenFormatBuffer buffer;
-    gen_format_buffer_sink(&buffer, text.data(), 1024);
-    EXPECT_EQ(buffer.localLength, 1024);
-    EXPECT_EQ(buffer.overflow, nullptr);
-    gen_format_buffer_sink(&buffer, text.data() + 1024, 1);
-    EXPECT_EQ(buffer.overflowLength, 1);
-    EXPECT_EQ(buffer.overflowCapacity, 2);
-    gen_format_buffer_sink(&buffer, "12", 2);
-    EXPECT_EQ(buffer.overflowCapacity, 6);
-    char* joined = gen_format_buffer_finish(&buffer);
-    EXPECT_EQ(std::string(joined), text + "12");
-    EXPECT_EQ(buffer.overflow, nullptr);
-    gen_free(joined);
-}
-
 TEST(GenFormatBuffer, LongResultsAreWhole) {
     for (int n : {1023, 1024, 1025, 5000, 70000}) {
         std::string expected(static_cast<size_t>(n), 'q');

@@ -1,8 +1,8 @@
 // The places of the program's and the user's configuration, on folders made for the test.
 #include "gen_config_dirs.h"
 
-#include "scratch_folder.h"
 #include "indgen.h"
+#include "scratch_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -20,26 +20,7 @@ std::string take(char* s) {
 }
 
 class GenConfigDirsTest : public ScratchTest {
-protected:
-    void SetUp() override {
-        ScratchTest::SetUp();
-        for (const char* name : {"XDG_CONFIG_HOME", "HOME"}) {
-            const char* value = std::getenv(name);
-            saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
-        }
-    }
-    void TearDown() override {
-        for (auto& [name, value] : saved_) {
-            if (value)
-                setenv(name.c_str(), value->c_str(), 1);
-            else
-                unsetenv(name.c_str());
-        }
-        ScratchTest::TearDown();
-    }
-
-private:
-    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+    SavedEnvironment environment{{"XDG_CONFIG_HOME", "HOME"}, false};
 };
 
 TEST_F(GenConfigDirsTest, InstallDirIsTheProgramsDirectory) {

@@ -1,11 +1,11 @@
 // Temporary directory choice, temporary names and temporary files, in a temporary folder.
 #include "gen_tempname.h"
 
-#include "scratch_folder.h"
 #include "indgen.h"
 #include "plat_files.h"
 #include "plat_folders.h"
 #include "plat_process.h"
+#include "scratch_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -37,27 +37,13 @@ std::string base32(unsigned value) {
 // Sets or clears the variables that choose the temporary directory, and puts them back.
 class GenTempNameTest : public ScratchTest {
 protected:
-    void SetUp() override {
-        ScratchTest::SetUp();
-        for (const char* name : {"TMP", "TEMP", "BUILDER_TEMPORARY_NAME"}) {
-            const char* value = std::getenv(name);
-            saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
-            unsetenv(name);
-        }
-    }
     void TearDown() override {
-        for (auto& [name, value] : saved_) {
-            if (value)
-                setenv(name.c_str(), value->c_str(), 1);
-            else
-                unsetenv(name.c_str());
-        }
         gen_temp_dir(root().c_str()); // forget this folder before it goes
         ScratchTest::TearDown();
     }
 
 private:
-    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+    SavedEnvironment environment{{"TMP", "TEMP", "BUILDER_TEMPORARY_NAME"}, true};
 };
 
 TEST_F(GenTempNameTest, DirectoryIsTheFirstAccessibleChoice) {
@@ -81,45 +67,67 @@ TEST_F(GenTempNameTest, DirectoryIsTheFirstAccessibleChoice) {
     EXPECT_EQ(std::string(plat_default_temp_dir()), "/tmp");
 }
 
-TEST_F(GenTempNameTest, NamesDoNotCollideInALoop) {
-    std::string pid = base32(static_cast<unsigned>(plat_current_process_id()));
-    std::string prefix = root() + "/tq_" + pid;
-    std::set<std::string> seen;
-    for (int i = 0; i < 300; ++i) {
-        std::string name = take(gen_temp_name(root().c_str(), i % 2 ? ".log" : "txt"));
-        ASSERT_EQ(name.compare(0, prefix.size(), prefix), 0) << name;
-        EXPECT_TRUE(seen.insert(name).second) << "repeated " << name;
-        EXPECT_FALSE(fs::exists(name));
-        EXPECT_EQ(name.substr(name.size() - 4), i % 2 ? ".log" : ".txt");
-        if (i % 3 == 0)
-            write(name, "taken"); // a name in use must not come back
-    }
-    EXPECT_EQ(seen.size(), 300u);
+// A regular file of mode 0600 with no bytes in it, as a name handed out must be.
+void expectFreshFile(const std::string& path) {
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(path))) << path;
+    PlatFileStatus status;
+    ASSERT_EQ(plat_stat(path.c_str(), &status), 0) << path;
+    EXPECT_EQ(status.mode & 0777, 0600u) << path;
+    EXPECT_EQ(status.size, 0) << path;
 }
 
-TEST_F(GenTempNameTest, AnExistingNameIsSkipped) {
+TEST_F(GenTempNameTest, EachNameIsANewFileAndTakenNamesArePassedOver) {
     std::string pid = base32(static_cast<unsigned>(plat_current_process_id()));
+    std::set<std::string> seen;
+    for (int i = 0; i < 100; ++i) {
+        std::string name = take(gen_temp_name(root().c_str(), i % 2 ? ".log" : "txt"));
+        ASSERT_EQ(name.rfind(root() + "/tq_" + pid, 0), 0u) << name;
+        EXPECT_TRUE(seen.insert(name).second) << "repeated " << name;
+        EXPECT_EQ(name.substr(name.size() - 4), i % 2 ? ".log" : ".txt");
+        expectFreshFile(name);
+    }
+
     std::string first = take(gen_temp_name(root().c_str(), "x"));
     std::string counter = first.substr(root().size() + 4 + pid.size());
-    counter = counter.substr(0, counter.size() - 2);
-    unsigned value = static_cast<unsigned>(std::stoul(counter, nullptr, 32));
-    // Occupy the next two names: the counter passes over them.
-    write(root() + "/tq_" + pid + base32(value + 1) + ".x", "");
-    write(root() + "/tq_" + pid + base32(value + 2) + ".x", "");
-    EXPECT_EQ(take(gen_temp_name(root().c_str(), "x")),
-              root() + "/tq_" + pid + base32(value + 3) + ".x");
+    unsigned value =
+        static_cast<unsigned>(std::stoul(counter.substr(0, counter.size() - 2), nullptr, 32));
+    // The next name is a file of somebody else's, the one after it a link planted to catch
+    // what the process writes: both are passed over, and nothing goes through the link.
+    std::string target = at("caught");
+    write(root() + "/tq_" + pid + base32(value + 1) + ".x", "someone's");
+    fs::create_symlink(target, root() + "/tq_" + pid + base32(value + 2) + ".x");
+    std::string third = take(gen_temp_name(root().c_str(), "x"));
+    EXPECT_EQ(third, root() + "/tq_" + pid + base32(value + 3) + ".x");
+    expectFreshFile(third);
+    EXPECT_FALSE(fs::exists(target));
+    EXPECT_EQ(read(root() + "/tq_" + pid + base32(value + 1) + ".x"), "someone's");
     EXPECT_EQ(take(gen_temp_name(root().c_str(), nullptr)),
               root() + "/tq_" + pid + base32(value + 4));
+    // A folder that refuses new files ends the search at once (not testable as root).
+    fs::create_directory(at("locked"));
+    fs::permissions(at("locked"), fs::perms::owner_read | fs::perms::owner_exec);
+    if (plat_access(at("locked").c_str(), 2) != 0) {
+        EXPECT_EQ(take(gen_temp_name(at("locked").c_str(), "x")), "<null>");
+    }
 }
 
-TEST_F(GenTempNameTest, BuilderTemporaryNameIsUsedAsItIs) {
+TEST_F(GenTempNameTest, BuilderTemporaryNameIsCreatedUnderThatName) {
     setenv("BUILDER_TEMPORARY_NAME", "fixed", 1);
     EXPECT_EQ(take(gen_temp_name(root().c_str(), "txt")), root() + "/fixed.txt");
+    expectFreshFile(root() + "/fixed.txt");
     EXPECT_EQ(take(gen_temp_name(root().c_str(), nullptr)), root() + "/fixed");
     setenv("BUILDER_TEMPORARY_NAME", "dotted.", 1);
     EXPECT_EQ(take(gen_temp_name(root().c_str(), ".cfg")), root() + "/dotted.cfg");
-    write(root() + "/dotted.cfg", "exists");
+    // What is there already gives way, a planted link without its target being touched.
+    write(root() + "/dotted.cfg", "old contents");
     EXPECT_EQ(take(gen_temp_name(root().c_str(), "cfg")), root() + "/dotted.cfg");
+    expectFreshFile(root() + "/dotted.cfg");
+    write(at("target"), "keep");
+    fs::remove(root() + "/dotted.cfg");
+    fs::create_symlink(at("target"), root() + "/dotted.cfg");
+    EXPECT_EQ(take(gen_temp_name(root().c_str(), "cfg")), root() + "/dotted.cfg");
+    expectFreshFile(root() + "/dotted.cfg");
+    EXPECT_EQ(read(at("target")), "keep");
 }
 
 TEST_F(GenTempNameTest, MakeTempCreatesAnExclusiveFile) {
@@ -127,7 +135,9 @@ TEST_F(GenTempNameTest, MakeTempCreatesAnExclusiveFile) {
     std::string digits = std::string(5 - std::min<size_t>(5, tid.size()), '0') +
                          tid.substr(tid.size() > 5 ? tid.size() - 5 : 0);
     std::string pattern = root() + "/vccommentXXXXXX";
-    for (char letter : {'a', 'b', 'c'}) {
+    // A link planted under the first name is passed over; nothing is written through it.
+    fs::create_symlink(at("caught"), root() + "/vccommenta" + digits);
+    for (char letter : {'b', 'c', 'd'}) {
         std::string name = pattern;
         int fd = gen_make_temp(name.data());
         ASSERT_GE(fd, 0);
@@ -139,6 +149,8 @@ TEST_F(GenTempNameTest, MakeTempCreatesAnExclusiveFile) {
         ASSERT_EQ(plat_stat(name.c_str(), &status), 0);
         EXPECT_EQ(status.mode & 0777, 0600u);
     }
+
+    EXPECT_FALSE(fs::exists(at("caught")));
 
     std::string bad = root() + "/noXXXXX";
     EXPECT_EQ(gen_make_temp(bad.data()), -1);

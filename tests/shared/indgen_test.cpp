@@ -159,7 +159,7 @@ TEST(ExitsDeathTest, TrueAssertionDoesNothing) {
 }
 
 TEST(ExitsDeathTest, ExitCalledDuringExitLeavesAtOnceWithItsCode) {
-    EXPECT_EXIT(exitTwice(), testing::ExitedWithCode(4), "");
+    EXPECT_EXIT(exitTwice(), testing::ExitedWithCode(4), "^$");
 }
 
 TEST(ExitsDeathTest, OutOfMemoryWritesTheFatalTextAndExitsWithThree) {

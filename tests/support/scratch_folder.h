@@ -5,14 +5,32 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 inline std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Everything written to `file` so far (flushed and read from its start).
+inline std::string readStream(FILE* file) {
+    std::fflush(file);
+    std::rewind(file);
+    std::string out;
+    char buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, file)) > 0)
+        out.append(buffer, n);
+    return out;
 }
 
 // Writes `content` as the whole file, making missing parent folders.
@@ -68,6 +86,33 @@ public:
 
 private:
     std::filesystem::path root_;
+};
+
+// Keeps environment variables as they were: their values are saved on construction (and, with
+// `clear`, removed) and put back at the end of the scope.
+class SavedEnvironment {
+public:
+    SavedEnvironment(std::initializer_list<const char*> names, bool clear) {
+        for (const char* name : names) {
+            const char* value = std::getenv(name);
+            saved_.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
+            if (clear)
+                unsetenv(name);
+        }
+    }
+    ~SavedEnvironment() {
+        for (auto& [name, value] : saved_) {
+            if (value)
+                setenv(name.c_str(), value->c_str(), 1);
+            else
+                unsetenv(name.c_str());
+        }
+    }
+    SavedEnvironment(const SavedEnvironment&) = delete;
+    SavedEnvironment& operator=(const SavedEnvironment&) = delete;
+
+private:
+    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
 
 // A test fixture with a scratch folder of its own.

@@ -1,17 +1,20 @@
 // svc_router: the service router program. Listens for plug-ins (or connects back to the one
 // that launched it), launches the plug-ins it is told about, and routes between them until
 // the last one has gone.
+#include "gen_file.h"
 #include "indgen.h"
 #include "listen_socket.h"
 #include "plat_time.h"
 #include "plugin_launcher.h"
 #include "router.h"
+#include "router_log.h"
 #include "router_options.h"
 #include "stp_log.h"
 #include "ut_idle.h"
 
 #include <cstdio>
 #include <memory>
+#include <vector>
 
 namespace {
 
@@ -23,7 +26,7 @@ constexpr int32_t kTurnMs = 1000;
 constexpr int32_t kShortTurnMs = 100;
 
 bool writePortFile(const std::string& path, uint16_t port) {
-    FILE* file = std::fopen(path.c_str(), "w");
+    FILE* file = gen_fopen(path.c_str(), "w");
     if (file == nullptr)
         return false;
     std::fprintf(file, "%u\n", port);
@@ -33,15 +36,17 @@ bool writePortFile(const std::string& path, uint16_t port) {
 int runRouter(const RouterOptions& options) {
     std::unique_ptr<STPLog> log;
     if (!options.logFile.empty()) {
-        FILE* file = std::fopen(options.logFile.c_str(), "a");
+        FILE* file = gen_fopen(options.logFile.c_str(), "a");
         if (file == nullptr) {
             gen_error("cannot open the log file %s", options.logFile.c_str());
             return kExitCannotStart;
         }
         // Whole lines reach the file at once, so that it can be read while the router runs.
         std::setvbuf(file, nullptr, _IOLBF, 0);
-        log = std::make_unique<TimestampedSTPFileLog>(file, true);
+        log = std::make_unique<RouterLog>(file, true);
     }
+    // The router serves every plug-in that calls, not the handful a plug-in serves.
+    IdleNotifier::get()->setSocketLimit(0);
     Router router(log.get());
     ListenSocket listener(&router);
     const char* error = nullptr;
@@ -87,13 +92,20 @@ int runRouter(const RouterOptions& options) {
     router.setLaunchedRunning(launcher.runningCount());
     IdleNotifier* notifier = IdleNotifier::get();
     int32_t idleSince = plat_tick_count();
+    int32_t childrenSeen = idleSince;
     for (;;) {
         bool shortTurn = launcher.runningCount() > 0 || options.idleExitMs >= 0;
         notifier->runIdlers(false);
         notifier->runTimers();
         notifier->pollSockets(shortTurn ? kShortTurnMs : kTurnMs, true);
         router.sweep();
-        for (const PluginLauncher::Ended& end : launcher.poll()) {
+        // Children are looked at once per short turn, not on every relayed packet.
+        std::vector<PluginLauncher::Ended> ended;
+        if (plat_tick_diff(plat_tick_count(), childrenSeen) >= kShortTurnMs) {
+            childrenSeen = plat_tick_count();
+            ended = launcher.poll();
+        }
+        for (const PluginLauncher::Ended& end : ended) {
             gen_info("plug-in %s (pid %d) exited with code %d", end.name.c_str(), end.pid,
                      end.exitCode);
             router.logEvent("plug-in %s (pid %d) exited with code %d", end.name.c_str(), end.pid,

@@ -16,6 +16,7 @@ PluginConnection::PluginConnection(Router* router, uint32_t pluginId, STPTranspo
     : router(router), pluginId(pluginId) {
     startTick = plat_tick_count();
     attachTransport(transport, defaultLocalRN(), defaultRemoteRN());
+    transport->setForwarder(this);
     setLogs(router->getLog());
     socketListener = new STPSocketListener(transport);
     // Only queued: the loop's next turn sends it, and nothing here waits for the peer's.
@@ -33,7 +34,14 @@ void PluginConnection::close() {
         getTransport()->closeConnection();
 }
 
+STPForwarder::Route PluginConnection::route(uint32_t localRN, uint32_t remoteRN,
+                                            STPTransport** target) {
+    return router->route(this, localRN, remoteRN, target);
+}
+
 void PluginConnection::release() {
+    if (getTransport())
+        getTransport()->setForwarder(nullptr);
     close();
     delete socketListener;
     socketListener = nullptr;

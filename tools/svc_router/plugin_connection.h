@@ -3,6 +3,7 @@
 #pragma once
 
 #include "servicerouter_router_impl.h"
+#include "stp_transport.h"
 
 #include <cstdint>
 #include <string>
@@ -16,7 +17,7 @@ class STPTransport;
 // everything it sends is queued (blocking false) and goes out on a later turn or in the
 // router's sweep. What concerns the plug-in alone (working directory, persistence, its log
 // lines) is kept here; the rest goes to the router.
-class PluginConnection : public ServiceRouter_router_Impl {
+class PluginConnection : public ServiceRouter_router_Impl, public STPForwarder {
 public:
     // Attaches to `transport` (referenced) under route numbers 1 and 2, gives its socket a turn
     // in the event loop and queues this end's negotiation packet.
@@ -40,6 +41,9 @@ public:
     // Closes the socket, leaves the event loop, lets go of the transport and drops the
     // router's reference: the object may be gone on return.
     void release();
+
+    // STPForwarder: the router decides where each packet of this plug-in goes.
+    Route route(uint32_t localRN, uint32_t remoteRN, STPTransport** target) override;
 
     // ---- Handlers of the router protocol ----
     void ConnectionAcceptedEvent(uint32_t serviceRN, uint32_t remoteRN, bool accept) override;

@@ -1,6 +1,7 @@
 // The plug-ins the router starts.
 #include "plugin_launcher.h"
 
+#include "plat_files.h"
 #include "plat_process.h"
 
 #include <string>
@@ -25,11 +26,18 @@ bool PluginLauncher::launch(const RouterPluginCommand& command, uint16_t routerP
     for (const std::string& word : words)
         argv.push_back(word.c_str());
     argv.push_back(nullptr);
+    PlatSpawnOptions options;
+    if (!command.workingDir.empty())
+        options.workingDir = command.workingDir.c_str();
     PlatError failure{};
-    PlatProcess* process = plat_spawn(argv.data(), nullptr, &failure);
+    PlatProcess* process = plat_spawn(argv.data(), &options, &failure);
     launched = true;
     if (process == nullptr) {
         *error = "could not start " + command.program;
+        PlatFileStatus status;
+        if (options.workingDir && (plat_stat(options.workingDir, &status) != 0 ||
+                                   !status.isDirectory || plat_access(options.workingDir, 1) != 0))
+            *error += ": cannot enter the working directory " + command.workingDir;
         return false;
     }
     running.push_back(Child{command.program, process});

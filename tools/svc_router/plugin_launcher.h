@@ -29,7 +29,8 @@ public:
     // then the plug-in's own words.
     static std::vector<std::string> commandLine(const RouterPluginCommand& command,
                                                 uint16_t routerPort);
-    // Starts one plug-in. False with *error set when it could not be started.
+    // Starts one plug-in, in its working directory when it has one (the router's own stays).
+    // False with *error set when it could not be started.
     bool launch(const RouterPluginCommand& command, uint16_t routerPort, std::string* error);
     // Looks at every running plug-in without waiting; those that have ended are returned (and
     // forgotten).

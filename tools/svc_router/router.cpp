@@ -14,6 +14,9 @@ const char* text(const char* s) {
 }
 // The host told in LocationEvent: this router listens on the loopback address only.
 constexpr const char* kRouterHost = "127.0.0.1";
+// The numbers of every plug-in's own connection to the router: the plug-in's end and ours.
+constexpr uint32_t kPluginRN = 2;
+constexpr uint32_t kRouterRN = 1;
 } // namespace
 
 Router::Router(STPLog* log) : log(log) {}
@@ -26,7 +29,6 @@ Router::~Router() {
 
 uint32_t Router::adopt(STPTransport* transport, const char* origin) {
     uint32_t id = nextPluginId++;
-    transport->setForwarder(this);
     PluginConnection* plugin = new PluginConnection(this, id, transport);
     transport->unref(); // the connection holds its own reference now
     plugins[id] = plugin;
@@ -42,12 +44,23 @@ PluginConnection* Router::find(uint32_t pluginId) const {
     return it->second;
 }
 
-STPTransport* Router::forwardTarget(uint32_t remoteRN) {
-    uint32_t owner = routeNumbers.ownerOf(remoteRN);
-    if (owner == kNoPlugin)
-        return nullptr; // 1 (the router itself), or a number nobody holds: handled here
-    PluginConnection* target = find(owner);
-    return target ? target->getTransport() : nullptr;
+STPForwarder::Route Router::route(PluginConnection* from, uint32_t localRN, uint32_t remoteRN,
+                                  STPTransport** target) {
+    uint32_t id = from->getPluginId();
+    if (localRN == kPluginRN && remoteRN == kRouterRN)
+        return STPForwarder::Route::handle;
+    const VirtualConnection* c = connections.findFromEnd(id, localRN, remoteRN);
+    PluginConnection* other = nullptr;
+    if (c && c->accepted)
+        other = find(c->clientPlugin == id && c->clientRN == localRN ? c->providerPlugin
+                                                                     : c->clientPlugin);
+    if (other == nullptr) {
+        logEvent("plug-in %u: packet %u-%u on no open connection of its own, dropped", id, localRN,
+                 remoteRN);
+        return STPForwarder::Route::drop;
+    }
+    *target = other->getTransport();
+    return STPForwarder::Route::forward;
 }
 
 void Router::logEvent(const char* format, ...) {
@@ -142,7 +155,11 @@ void Router::registerServices(PluginConnection* from, const StringList& names) {
     // The plug-in pairs the numbers of a block with the names it registered, in order.
     std::vector<uint32_t> block = routeNumbers.reserve(id, static_cast<uint32_t>(count));
     if (block.empty()) {
-        logEvent("plug-in %u: no route numbers left for %d services", id, count);
+        // An empty block is the answer: the plug-in learns that none is coming and keeps its
+        // services unregistered rather than waiting for numbers.
+        logEvent("plug-in %u: no route numbers left for %d services; none registered", id, count);
+        RNList none{0, nullptr};
+        from->RNBlockReservedEvent(false, none);
         return;
     }
     for (int32_t i = 0; i < count; ++i) {
@@ -268,20 +285,21 @@ void Router::connectionAccepted(PluginConnection* from, uint32_t serviceRN, uint
                                 bool accept) {
     VirtualConnection* c = connections.find(serviceRN, clientRN);
     if (c != nullptr && c->accepted) {
-        logEvent("connection %u-%u: second answer ignored", serviceRN, clientRN);
+        logEvent("plug-in %u: connection %u-%u: second answer ignored", from->getPluginId(),
+                 serviceRN, clientRN);
         return;
     }
     if (c == nullptr || c->providerPlugin != from->getPluginId()) {
         // The client went before the answer came: a provider that took the connection is told
         // at once that it has ended.
-        logEvent("connection %u-%u: answer %s for no request", serviceRN, clientRN,
-                 accept ? "accept" : "refuse");
+        logEvent("plug-in %u: connection %u-%u: answer %s for no request", from->getPluginId(),
+                 serviceRN, clientRN, accept ? "accept" : "refuse");
         if (accept)
             from->ConnectionDroppedEvent(false, serviceRN, clientRN);
         return;
     }
-    logEvent("connection %u-%u of \"%s\" %s", serviceRN, clientRN, c->serviceName.c_str(),
-             accept ? "accepted" : "refused");
+    logEvent("plug-in %u: connection %u-%u of \"%s\" %s", from->getPluginId(), serviceRN, clientRN,
+             c->serviceName.c_str(), accept ? "accepted" : "refused");
     if (!accept) {
         VirtualConnection refused = *c;
         connections.remove(serviceRN, clientRN);

@@ -17,10 +17,12 @@ struct StringList;
 
 // Everything runs on the one thread of the event loop, and nothing here waits: messages to
 // plug-ins are queued and pushed out by sweep() or by the loop's next turn. Packets of virtual
-// connections are relayed unread by the route number they are addressed to (the transport asks
-// forwardTarget before it parses a packet); packets addressed to 1 are the plug-in's messages
-// to the router and reach its PluginConnection.
-class Router : public STPForwarder {
+// connections are relayed unread (the transport asks route() before it parses a packet), and
+// only between the two ends of a connection that the router opened: a plug-in reaches another
+// only through a connection it is an end of, under that connection's numbers. Packets from 2
+// to 1 are the plug-in's messages to the router and reach its PluginConnection; anything else
+// is dropped, and the log names the plug-in that sent it.
+class Router {
 public:
     // How long a new connection may take to send its negotiation packet before it is closed.
     static constexpr int32_t kNegotiateDeadlineMs = 30000;
@@ -31,7 +33,7 @@ public:
     // `log` (not owned, may be null) gets the message records of every connection and a line
     // for every event.
     explicit Router(STPLog* log);
-    ~Router() override;
+    ~Router();
     Router(const Router&) = delete;
     Router& operator=(const Router&) = delete;
 
@@ -51,7 +53,9 @@ public:
     // How many plug-ins this router launched are running now; told after every turn.
     void setLaunchedRunning(size_t count) { launchedRunning = count; }
 
-    STPTransport* forwardTarget(uint32_t remoteRN) override;
+    // Where a packet that plug-in `from` sent under (localRN, remoteRN) goes.
+    STPForwarder::Route route(PluginConnection* from, uint32_t localRN, uint32_t remoteRN,
+                              STPTransport** target);
 
     // A line in the log, time-stamped by it; nothing without a log.
     void logEvent(const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -66,7 +66,7 @@ bool parseRouterOptions(int argc, const char* const* argv, RouterOptions* option
         } else if (word == "-plugin") {
             if (!needValue())
                 return false;
-            options->plugins.push_back(RouterPluginCommand{value, {}});
+            options->plugins.push_back(RouterPluginCommand{value, {}, {}});
         } else if (word == "-plugin_arg") {
             if (!needValue())
                 return false;
@@ -75,6 +75,14 @@ bool parseRouterOptions(int argc, const char* const* argv, RouterOptions* option
                 return false;
             }
             options->plugins.back().args.push_back(value);
+        } else if (word == "-plugin_dir") {
+            if (!needValue())
+                return false;
+            if (options->plugins.empty()) {
+                *error = "-plugin_dir before any -plugin";
+                return false;
+            }
+            options->plugins.back().workingDir = value;
         } else if (word == "-log") {
             if (!needValue())
                 return false;
@@ -114,6 +122,7 @@ const char* routerUsage() {
            "  -plugin PROGRAM         launch PROGRAM as a plug-in, with\n"
            "                          \"-connect_servicerouter PORT\" behind its name; may repeat\n"
            "  -plugin_arg WORD        one more word for the last -plugin's command line\n"
+           "  -plugin_dir DIR         start the last -plugin in DIR\n"
            "  -log FILE               time-stamped log of every message and event\n"
            "  -stay                   keep running when the last plug-in has gone\n"
            "  -idle_exit MS           end after MS milliseconds with no plug-in connected or\n"

@@ -6,18 +6,20 @@
 #include <string>
 #include <vector>
 
-// One plug-in to launch: the program (searched in PATH when it has no slash) and the words that
-// follow "-connect_servicerouter PORT" on its command line.
+// One plug-in to launch: the program (searched in PATH when it has no slash), the words that
+// follow "-connect_servicerouter PORT" on its command line, and the directory it starts in
+// (empty: the router's).
 struct RouterPluginCommand {
     std::string program;
     std::vector<std::string> args;
+    std::string workingDir;
 };
 
 struct RouterOptions {
     uint16_t port = 0;            // -port: listening port on 127.0.0.1; 0 lets the system pick
     std::string portFile;         // -port_file: the chosen port is written there
     uint16_t connectBackPort = 0; // -connect_servicerouter: the launcher's port, 0 for none
-    std::vector<RouterPluginCommand> plugins; // -plugin, -plugin_arg
+    std::vector<RouterPluginCommand> plugins; // -plugin, -plugin_arg, -plugin_dir
     std::string logFile;                      // -log: time-stamped log of messages and events
     bool stay = false;                        // -stay: keep running when the last plug-in has gone
     int32_t idleExitMs = -1; // -idle_exit: end after this long without plug-ins; -1 never

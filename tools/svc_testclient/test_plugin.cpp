@@ -126,13 +126,19 @@ bool TestPlugin::open(const std::vector<std::string>& services, int32_t timeoutM
         *error = std::string("cannot send the opening messages: ") + text(status.message);
         return false;
     }
+    size_t blocksBefore = blocks;
     bool done = pumpUntil(
         [&] {
-            return isClosed() || (pluginId != 0xffffffffu && serviceRNs.size() >= services.size());
+            return isClosed() ||
+                   (pluginId != 0xffffffffu && (services.empty() || blocks > blocksBefore));
         },
         timeoutMs);
     if (!done || isClosed()) {
         *error = isClosed() ? "the router closed the connection" : "no plug-in id in time";
+        return false;
+    }
+    if (serviceRNs.size() < services.size()) {
+        *error = "the router gave no route numbers for the services";
         return false;
     }
     return true;
@@ -230,6 +236,7 @@ void TestPlugin::ConnectionReplyEvent(const char* serviceName, uint32_t localRN,
 void TestPlugin::PluginIdForServiceReplyEvent(uint32_t, const char*, uint32_t, bool) {}
 
 void TestPlugin::RNBlockReservedEvent(const RNList& rn_list) {
+    ++blocks;
     for (int32_t i = 0; i < stp_count(rn_list.data, rn_list.count); ++i)
         serviceRNs.push_back(rn_list.data[i]);
 }

@@ -68,7 +68,8 @@ public:
     // a router that calls its launcher back.
     bool attach(STPTransport* transport, int32_t timeoutMs, std::string* error);
     // The opening of a plug-in: SetWorkingDir, RegisterServiceList with `services`, and the
-    // wait for the plug-in id and, with services, for their route numbers.
+    // wait for the plug-in id and, with services, for the router's block of route numbers
+    // (false when it came without numbers for them all).
     bool open(const std::vector<std::string>& services, int32_t timeoutMs, std::string* error);
     // RequestServiceConnection and the wait for its reply (matched by cookie).
     bool requestConnection(const std::string& serviceName, const std::vector<std::string>& pairs,
@@ -133,6 +134,7 @@ private:
     uint32_t pluginId = 0xffffffffu;
     uint32_t nextCookie = 1;
     std::vector<uint32_t> serviceRNs;
+    size_t blocks = 0; // RNBlockReservedEvents received
     std::vector<ConnectionRequest> requests;
     std::vector<ConnectionReply> replies;
     std::vector<std::pair<uint32_t, uint32_t>> drops;

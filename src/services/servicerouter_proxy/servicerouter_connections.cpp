@@ -15,7 +15,8 @@
 
 namespace {
 
-// Where the connection handler's assertion reports itself, as the process always has.
+// Where the connection handler's assertion reports itself. The tools that read the service's
+// reports match a failure by its file and line, so these stay fixed when the code moves.
 constexpr const char* kProxySourceFile =
     "../src/services/servicerouter_proxy/servicerouter_proxy.cpp";
 constexpr int kRequestingPluginAssertLine = 3439;
@@ -38,7 +39,7 @@ std::string keyName(const char* name) {
 // ---- Offering services -------------------------------------------------------------------------
 
 bool ServiceRouter_Proxy::registerService(ServiceFactory* factory, RetryHandler* retry) {
-    connect_now = true;
+    options.connect_now = true;
     if (connected) {
         char* name = const_cast<char*>(factory->getName());
         StringList list;

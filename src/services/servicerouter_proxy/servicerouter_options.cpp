@@ -3,6 +3,7 @@
 #include "servicerouter_proxy.h"
 
 #include "gen_asprintf.h"
+#include "gen_file.h"
 #include "gen_path.h"
 #include "gen_string.h"
 #include "indgen.h"
@@ -132,15 +133,15 @@ void ServiceRouter_Proxy::parseOptions(int* argc, char** argv) {
         const char* value = row->takesValue ? argv[i + 1] : nullptr;
         switch (row->kind) {
         case OptionKind::connect_port:
-            launched_by_router = true;
-            router_port = readNumber(value);
+            options.launched_by_router = true;
+            options.router_port = readNumber(value);
             break;
         case OptionKind::connect_host:
-            launched_by_router = true;
-            replace(&router_host, value);
+            options.launched_by_router = true;
+            replace(&options.router_host, value);
             break;
         case OptionKind::log:
-            if (FILE* file = std::fopen(value, "w")) {
+            if (FILE* file = gen_fopen(value, "w")) {
                 if (log_file)
                     std::fclose(log_file);
                 log_file = file;
@@ -148,51 +149,51 @@ void ServiceRouter_Proxy::parseOptions(int* argc, char** argv) {
             }
             break;
         case OptionKind::router_log:
-            replace(&router_log, value);
+            replace(&options.router_log, value);
             break;
         case OptionKind::router_internal_log:
-            replace(&router_internal_log, value);
+            replace(&options.router_internal_log, value);
             break;
         case OptionKind::zone:
-            replace(&zone, value);
+            replace(&options.zone, value);
             break;
         case OptionKind::client_start_cookie:
-            client_start_cookie = readNumber(value);
-            has_client_start_cookie = true;
+            options.client_start_cookie = readNumber(value);
+            options.has_client_start_cookie = true;
             break;
         case OptionKind::shared:
-            private_router = false;
+            options.private_router = false;
             break;
         case OptionKind::private_:
-            private_router = true;
+            options.private_router = true;
             break;
         case OptionKind::reuse:
-            new_router = false;
+            options.new_router = false;
             break;
         case OptionKind::new_:
-            new_router = true;
+            options.new_router = true;
             break;
         case OptionKind::debug:
-            replace(&debug_plugin, value);
+            replace(&options.debug_plugin, value);
             break;
         case OptionKind::debugger:
-            replace(&debugger, value);
+            replace(&options.debugger, value);
             break;
         case OptionKind::debugger_opts:
-            replace(&debugger_opts, value);
+            replace(&options.debugger_opts, value);
             break;
         case OptionKind::debug_startup:
-            debug_startup = true;
+            options.debug_startup = true;
             break;
         case OptionKind::debug_debugger:
-            replace(&debug_debugger, value);
+            replace(&options.debug_debugger, value);
             break;
         case OptionKind::debug_debugger_opts:
-            replace(&debug_debugger_opts, value);
+            replace(&options.debug_debugger_opts, value);
             break;
         case OptionKind::dir:
-            gen_free(router_dir);
-            router_dir = gen_abspath(value);
+            gen_free(options.router_dir);
+            options.router_dir = gen_abspath(value);
             break;
         }
         removeWords(argc, argv, i, row->takesValue ? 2 : 1);
@@ -201,23 +202,23 @@ void ServiceRouter_Proxy::parseOptions(int* argc, char** argv) {
 }
 
 void ServiceRouter_Proxy::validateOptions() {
-    if (debugger && !debug_plugin)
+    if (options.debugger && !options.debug_plugin)
         gen_warning("Must specify -sr_debug for -sr_debugger to have meaning.");
-    if (debugger_opts && !debug_plugin)
+    if (options.debugger_opts && !options.debug_plugin)
         gen_warning("Must specify -sr_debug for -sr_debugger_opts to have meaning.");
-    if (debug_startup && !(debug_debugger && debug_debugger_opts))
+    if (options.debug_startup && !(options.debug_debugger && options.debug_debugger_opts))
         gen_warning("Must specify both -sr_debug_debugger and -sr_debug_debugger_opts when "
                     "-sr_debug_startup is passed.");
-    if ((debug_debugger || debug_debugger_opts) && !debug_startup)
+    if ((options.debug_debugger || options.debug_debugger_opts) && !options.debug_startup)
         gen_warning("Must specify -sr_debug_startup with -sr_debug_debugger and "
                     "-sr_debug_debugger_opts.");
 }
 
 void ServiceRouter_Proxy::startDebuggerOnSelf() {
-    if (!debug_startup || !debug_debugger || !debug_debugger_opts)
+    if (!options.debug_startup || !options.debug_debugger || !options.debug_debugger_opts)
         return;
-    char* command =
-        gen_asprintf("%s %s %d", debug_debugger, debug_debugger_opts, plat_current_process_id());
+    char* command = gen_asprintf("%s %s %d", options.debug_debugger, options.debug_debugger_opts,
+                                 plat_current_process_id());
     std::vector<std::string> words = splitWords(command);
     gen_free(command);
     if (words.empty())

@@ -2,6 +2,8 @@
 // plain messages, the connect-or-launch tree, the opening conversation, and the global proxy.
 #include "servicerouter_proxy.h"
 
+#include "gen_asprintf.h"
+#include "gen_file.h"
 #include "gen_path.h"
 #include "gen_string.h"
 #include "indgen.h"
@@ -13,6 +15,7 @@
 #include "srp_socketlistener.h"
 #include "stp_log.h"
 #include "stp_transport.h"
+#include "stp_wait.h"
 
 #include <cstdio>
 #include <cstring>
@@ -53,6 +56,11 @@ void logBlock(STPLog* log, STPSpecClass* spec, const char* text) {
     log->endRecord(spec, true);
 }
 
+// Whether a child could be started in `dir`.
+bool canEnter(const char* dir) {
+    return gen_is_directory(dir) && plat_access(dir, 1) == 0;
+}
+
 // The discovery files of a shared router (its lock and port file) arrive with a later build.
 // Until then there is no file to lock or delete: taking the lock fails and the tree reports it.
 bool lockRouterFile() {
@@ -83,8 +91,8 @@ ServiceRouter_Proxy::ServiceRouter_Proxy() {
 
 ServiceRouter_Proxy::~ServiceRouter_Proxy() {
     logBlock(log, this, "Destroying ServiceRouter_Proxy.\n");
-    for (char** text :
-         {&debug_plugin, &debugger, &debugger_opts, &debug_debugger, &debug_debugger_opts}) {
+    for (char** text : {&options.debug_plugin, &options.debugger, &options.debugger_opts,
+                        &options.debug_debugger, &options.debug_debugger_opts}) {
         gen_free(*text);
         *text = nullptr;
     }
@@ -100,9 +108,9 @@ ServiceRouter_Proxy::~ServiceRouter_Proxy() {
             delete record;
         }
     }
-    gen_free(router_log);
-    gen_free(router_internal_log);
-    router_log = router_internal_log = nullptr;
+    gen_free(options.router_log);
+    gen_free(options.router_internal_log);
+    options.router_log = options.router_internal_log = nullptr;
     if (sendLog == log)
         sendLog = nullptr;
     if (recvLog == log)
@@ -124,10 +132,10 @@ ServiceRouter_Proxy::~ServiceRouter_Proxy() {
         delete resolver;
     resolvers.clear();
     died_listeners.clear();
-    gen_free(zone);
-    gen_free(program_tag);
-    gen_free(router_host);
-    gen_free(router_dir);
+    gen_free(options.zone);
+    gen_free(options.program_tag);
+    gen_free(options.router_host);
+    gen_free(options.router_dir);
 }
 
 // ---- The sixteen operations --------------------------------------------------------------------
@@ -256,10 +264,10 @@ bool ServiceRouter_Proxy::ValueOfNameOnPluginResponseEvent(bool blocking,
 
 void ServiceRouter_Proxy::LocationEvent(const char* hostname, uint32_t port) {
     // A host from the command line stays, and with it its port.
-    if (router_host)
+    if (options.router_host)
         return;
-    router_host = gen_strdup(hostname);
-    router_port = port;
+    options.router_host = gen_strdup(hostname);
+    options.router_port = port;
 }
 
 void ServiceRouter_Proxy::PluginId(uint32_t id) {
@@ -317,19 +325,23 @@ void ServiceRouter_Proxy::StartPlugin(const StringList& args, uint32_t cookie,
         argv.push_back(word.c_str());
     argv.push_back(nullptr);
 
-    std::string back;
-    bool changed = false;
-    if (working_dir && *working_dir) {
-        back = gen_getcwd();
-        changed = gen_chdir(working_dir) == 0;
-    }
-    PlatProcess* process = plat_spawn(argv.data(), nullptr, nullptr);
-    if (changed)
-        gen_chdir(back.c_str());
+    // The child starts in the working directory; this process's own stays where it is.
+    PlatSpawnOptions options;
+    if (working_dir && *working_dir)
+        options.workingDir = working_dir;
+    PlatProcess* process = plat_spawn(argv.data(), &options, nullptr);
     if (!process || plat_process_id(process) < 0) {
         if (process)
             plat_close_process(process);
-        StartPluginEvent(false, cookie, false, "Unable to launch plugin.");
+        if (options.workingDir && !canEnter(options.workingDir)) {
+            char* text =
+                gen_asprintf("Unable to launch plugin: cannot enter the working directory \"%s\".",
+                             options.workingDir);
+            StartPluginEvent(false, cookie, false, text);
+            gen_free(text);
+        } else {
+            StartPluginEvent(false, cookie, false, "Unable to launch plugin.");
+        }
         return;
     }
     // The new plug-in reports itself to the router with the cookie it was given.
@@ -345,18 +357,18 @@ bool ServiceRouter_Proxy::setup(bool persistentFlag, int* argc, char** argv, con
     if (options_parsed)
         return true;
     options_parsed = true;
-    persistent = persistentFlag;
-    private_router = privateRouter;
-    connect_now = connectNow;
-    may_launch = mayLaunchFlag;
+    options.persistent = persistentFlag;
+    options.private_router = privateRouter;
+    options.connect_now = connectNow;
+    options.may_launch = mayLaunchFlag;
     parseOptions(argc, argv);
     logBlock(log, this, "Created global ServiceRouter_Proxy.\n");
     startDebuggerOnSelf();
-    gen_free(program_tag);
-    program_tag = gen_strdup(programTag);
-    if (!ServiceFactory::selfRegisteredFactories().empty() || launched_by_router)
-        connect_now = true;
-    if (connect_now) {
+    gen_free(options.program_tag);
+    options.program_tag = gen_strdup(programTag);
+    if (!ServiceFactory::selfRegisteredFactories().empty() || options.launched_by_router)
+        options.connect_now = true;
+    if (options.connect_now) {
         bool ok = connectOrLaunch(retry);
         initialized = true;
         return ok;
@@ -370,27 +382,27 @@ bool ServiceRouter_Proxy::ensureConnected(RetryHandler* retry) {
 }
 
 bool ServiceRouter_Proxy::connectOrLaunch(RetryHandler* retry) {
-    if (launched_by_router && (new_router || private_router))
+    if (options.launched_by_router && (options.new_router || options.private_router))
         gen_warning("Incompatible options specified, defaulting to connecting to launching "
                     "ServiceRouter.\n");
-    if (!may_launch && (new_router || private_router))
+    if (!options.may_launch && (options.new_router || options.private_router))
         return false;
 
-    if (launched_by_router) {
-        if (!connectSocket(router_host, router_port)) {
+    if (options.launched_by_router) {
+        if (!connectSocket(options.router_host, options.router_port)) {
             gen_error("Unable to connect to ServiceRouter who launched us.\n");
             return false;
         }
     } else {
-        if (new_router)
+        if (options.new_router)
             deleteRouterFile();
-        if (private_router) {
+        if (options.private_router) {
             if (!launchRouter(retry, true)) {
                 gen_warning("Unable to launch private service router.\n");
                 return false;
             }
-        } else if (router_port != 0) {
-            if (!connectSocket(router_host, router_port)) {
+        } else if (options.router_port != 0) {
+            if (!connectSocket(options.router_host, options.router_port)) {
                 gen_warning("Unable to connect to specified service router.\n");
                 return false;
             }
@@ -403,7 +415,7 @@ bool ServiceRouter_Proxy::connectOrLaunch(RetryHandler* retry) {
         }
     }
 
-    if (initializeRouterConnection(persistent, retry))
+    if (initializeRouterConnection(options.persistent, retry))
         return true;
     gen_warning("Unable to initialize service router.\n");
     return false;
@@ -448,14 +460,14 @@ bool ServiceRouter_Proxy::initializeRouterConnection(bool persistentFlag, RetryH
     }
     connected = true;
 
-    if (has_client_start_cookie) {
-        StartPluginEvent(true, client_start_cookie, true, "", retry, &status);
+    if (options.has_client_start_cookie) {
+        StartPluginEvent(true, options.client_start_cookie, true, "", retry, &status);
         if (!status.ok()) {
             gen_error("Unable to give the ServiceRouter the client start cookie.\n");
             return false;
         }
     }
-    if (!launched_by_router || has_client_start_cookie) {
+    if (!options.launched_by_router || options.has_client_start_cookie) {
         SetWorkingDir(true, gen_getcwd(), retry, &status);
         if (!status.ok()) {
             gen_error("Unable to send our working directory to the ServiceRouter.\n");
@@ -485,34 +497,24 @@ bool ServiceRouter_Proxy::initializeRouterConnection(bool persistentFlag, RetryH
 
     if (!persistentFlag && !setPersistent(false, retry, &status))
         return false;
-    if (debug_plugin || debugger || debugger_opts)
-        DebugPlugin(true, debug_plugin, true, debugger, debugger_opts, retry, &status);
+    if (options.debug_plugin || options.debugger || options.debugger_opts)
+        DebugPlugin(true, options.debug_plugin, true, options.debugger, options.debugger_opts,
+                    retry, &status);
     return waitForPluginId(retry);
 }
 
 bool ServiceRouter_Proxy::pumpUntil(RetryHandler* retry, const std::function<bool()>& done) {
     STPSpecClassRef hold(this);
-    MessageDepthGuard guard(transport);
-    if (retry)
-        retry->begin();
-    bool result = false;
-    for (;;) {
-        if (done()) {
-            result = true;
-            break;
-        }
-        if (!transport || transport->isDisconnected() || isVirtualConnectionDown())
-            break;
-        if (retry && !retry->canContinue())
-            break;
-        if (retry)
-            retry->wait();
-        else
-            transport->serviceOnce(10000);
-    }
-    if (retry)
-        retry->end();
-    return result;
+    STPTransport* t = transport;
+    if (!t)
+        return done();
+    MessageDepthGuard guard(t);
+    bool reached = false;
+    stp_wait_until(t, retry, [&] {
+        reached = done();
+        return reached || transport != t || t->isDisconnected() || isVirtualConnectionDown();
+    });
+    return reached;
 }
 
 bool ServiceRouter_Proxy::waitForPluginId(RetryHandler* retry) {
@@ -534,7 +536,7 @@ bool ServiceRouter_Proxy::requestDisconnect(RetryHandler* retry) {
 }
 
 bool ServiceRouter_Proxy::setPersistent(bool flag, RetryHandler* retry, STPStatus* status) {
-    persistent = flag;
+    options.persistent = flag;
     if (!connected)
         return true;
     STPStatus local;
@@ -546,17 +548,17 @@ bool ServiceRouter_Proxy::setPersistent(bool flag, RetryHandler* retry, STPStatu
 
 bool ServiceRouter_Proxy::getRouterLocation(const char** host, uint32_t* port,
                                             RetryHandler* retry) {
-    if (ensureConnected(retry) && !router_host) {
+    if (ensureConnected(retry) && !options.router_host) {
         STPStatus status;
         RequestLocation(true, retry, &status);
         if (status.ok())
-            pumpUntil(retry, [this] { return router_host != nullptr; });
+            pumpUntil(retry, [this] { return options.router_host != nullptr; });
     }
     if (host)
-        *host = router_host;
+        *host = options.router_host;
     if (port)
-        *port = router_port;
-    return router_host != nullptr;
+        *port = options.router_port;
+    return options.router_host != nullptr;
 }
 
 STPTransport* ServiceRouter_Proxy::getTransport() {
@@ -603,7 +605,7 @@ void destroyGlobalServiceRouterProxy(bool terminateChildren) {
     if (!proxy)
         return;
     proxy->requestDisconnect(nullptr);
-    PlatProcess* router = proxy->isPrivateRouter() ? proxy->getRouterProcess() : nullptr;
+    PlatProcess* router = proxy->getOptions().private_router ? proxy->getRouterProcess() : nullptr;
     std::vector<PlatProcess*> plugins = proxy->getLaunchedPlugins();
     std::map<PlatProcess*, std::string> names = proxy->getLaunchedPluginNames();
     g_proxy = nullptr;

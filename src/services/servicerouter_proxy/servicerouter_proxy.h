@@ -60,6 +60,34 @@ struct ServiceConnectionReply {
     uint32_t client_cookie = 0;
 };
 
+// What the command line (the router options, taken out of argv) and the set-up chose. Strings
+// are owned by the proxy; absent is null.
+struct ServiceRouterOptions {
+    // Set up by a router: -connect_servicerouter, -sr_connect_servicerouter_host/_port.
+    bool launched_by_router = false;
+    uint32_t router_port = 0;
+    char* router_host = nullptr;          // also from LocationEvent while none is known
+    char* zone = nullptr;                 // -sr_zone
+    bool has_client_start_cookie = false; // -sr_client_start_cookie
+    uint32_t client_start_cookie = static_cast<uint32_t>(-1);
+    bool private_router = false;         // -sr_private / -sr_shared
+    bool new_router = false;             // -sr_new / -sr_reuse
+    char* debug_plugin = nullptr;        // -sr_debug
+    char* debugger = nullptr;            // -sr_debugger
+    char* debugger_opts = nullptr;       // -sr_debugger_opts
+    bool debug_startup = false;          // -sr_debug_startup
+    char* debug_debugger = nullptr;      // -sr_debug_debugger
+    char* debug_debugger_opts = nullptr; // -sr_debug_debugger_opts
+    char* router_dir = nullptr;          // -sr_dir, made absolute
+    char* router_log = nullptr;          // -sr_log_router, -sr_log_all
+    char* router_internal_log = nullptr; // -sr_log_router_internal
+    // The flags of setup (persistent also follows setPersistent), and its program tag.
+    bool persistent = false;
+    bool connect_now = false; // also set by a registration and by a router that launched us
+    bool may_launch = true;
+    char* program_tag = nullptr;
+};
+
 class ServiceRouter_Proxy : public virtual ServiceRouter_plugin_Impl,
                             public Svc_RouterLink,
                             public STPLogSender {
@@ -242,29 +270,10 @@ public:
 
     // ---- Read-only views, for the process and its tests ------------------------------------
     uint32_t getPluginId() const { return plugin_id; }
-    bool isConnectedFlag() const { return connected; }
+    const ServiceRouterOptions& getOptions() const { return options; }
+    // The opening conversation has negotiated (isConnected tells whether it still is).
+    bool hasConnected() const { return connected; }
     bool isInitialized() const { return initialized; }
-    bool isLaunchedByRouter() const { return launched_by_router; }
-    bool isPersistent() const { return persistent; }
-    bool isConnectNow() const { return connect_now; }
-    bool mayLaunch() const { return may_launch; }
-    uint32_t getRouterPort() const { return router_port; }
-    const char* getRouterHost() const { return router_host; }
-    const char* getZone() const { return zone; }
-    bool hasClientStartCookie() const { return has_client_start_cookie; }
-    uint32_t getClientStartCookie() const { return client_start_cookie; }
-    bool isPrivateRouter() const { return private_router; }
-    bool isNewRouter() const { return new_router; }
-    const char* getDebugPlugin() const { return debug_plugin; }
-    const char* getDebugger() const { return debugger; }
-    const char* getDebuggerOpts() const { return debugger_opts; }
-    bool isDebugStartup() const { return debug_startup; }
-    const char* getDebugDebugger() const { return debug_debugger; }
-    const char* getDebugDebuggerOpts() const { return debug_debugger_opts; }
-    const char* getRouterDir() const { return router_dir; }
-    const char* getRouterLog() const { return router_log; }
-    const char* getRouterInternalLog() const { return router_internal_log; }
-    const char* getProgramTag() const { return program_tag; }
     ServiceFactory* factoryForRN(uint32_t rn) const;
     bool isRNInUse(uint32_t rn) const;
     const std::vector<uint32_t>& getFreeRNs() const { return free_rns; }
@@ -311,16 +320,9 @@ private:
     uint32_t next_client_cookie = 0;
     uint32_t plugin_id = static_cast<uint32_t>(-1);
     bool connected = false;
-    bool persistent = false;
-    bool connect_now = false;
     bool initialized = false;
-    bool launched_by_router = false;
-    bool may_launch = true;
     bool options_parsed = false;
-    char* zone = nullptr;
-    uint32_t client_start_cookie = static_cast<uint32_t>(-1);
-    bool has_client_start_cookie = false;
-    char* program_tag = nullptr;
+    ServiceRouterOptions options;
     std::map<uint32_t, ServiceFactory*> service_by_rn;
     std::list<ServiceFactory*> pending_factories;
     std::list<ServiceFactory*> registered_factories;
@@ -338,22 +340,9 @@ private:
     std::map<uint32_t, PluginIdReply> plugin_id_replies;
     STPLog* log = nullptr;
     FILE* log_file = nullptr;
-    bool private_router = false;
-    bool new_router = false;
     PlatProcess* router_process = nullptr;
     std::vector<PlatProcess*> launched_plugins;
     std::map<PlatProcess*, std::string> launched_plugin_names;
-    uint32_t router_port = 0;
-    char* router_host = nullptr;
-    char* debug_plugin = nullptr;
-    char* debugger = nullptr;
-    char* debugger_opts = nullptr;
-    bool debug_startup = false;
-    char* debug_debugger = nullptr;
-    char* debug_debugger_opts = nullptr;
-    char* router_dir = nullptr;
-    char* router_log = nullptr;
-    char* router_internal_log = nullptr;
     SRP_SocketListener* socket_listener = nullptr;
 };
 

@@ -20,13 +20,16 @@ template <typename T> bool removeFirst(std::vector<T>& list, T item) {
 }
 
 // Calls `call` on each entry of a copy of `list`, so that entries may add or remove entries
-// while the walk goes on. An empty list is skipped before anything is copied.
+// while the walk goes on. An entry that has left `list` since the copy was made is skipped: an
+// action may remove, and delete, another one during the walk. An empty list is skipped before
+// anything is copied.
 template <typename T, typename Call> void walkCopy(const std::vector<T>& list, Call call) {
     if (list.empty())
         return;
     std::vector<T> copy(list);
     for (T item : copy)
-        call(item);
+        if (std::find(list.begin(), list.end(), item) != list.end())
+            call(item);
 }
 } // namespace
 

@@ -80,7 +80,9 @@ public:
     // A mustExit that is true wins; otherwise every canExit and every exit function must hold.
     virtual bool shouldExit();
     // One turn: loop actions, loop functions, process-wide loop actions, then the notifier's
-    // idlers, timers and sockets. May re-enter anything that the callbacks do. Returns true.
+    // idlers, timers and sockets. Each list is walked as it was when its walk began, minus the
+    // entries that have left it since (an action may remove and delete another). May re-enter
+    // anything that the callbacks do. Returns true.
     virtual bool runOnce();
     // The wait of one turn in milliseconds (default 1000).
     virtual int32_t sleepTime();

@@ -17,7 +17,6 @@ bool g_deletingAll = false;
 IdleNotifier* g_notifier = nullptr;
 bool g_notifierGone = false;
 
-static_assert(IdleNotifier::kMaxSelectSockets == PLAT_FD_SETSIZE);
 constexpr float kNotifierPriority = 99.0f;
 constexpr int32_t kInitialCapacity = 16;
 constexpr size_t kLocalIdlers = 16;
@@ -28,6 +27,8 @@ struct TimerEntry {
     int32_t periodMs;
     int32_t dueTick;
     TimerEntry* next;
+    bool firing = false;  // its callback is running (at some depth)
+    bool removed = false; // removed while firing; freed when the callback returns
 };
 
 DeleteAble::~DeleteAble() {
@@ -214,46 +215,80 @@ void IdleNotifier::addTimer(TimerListener* listener, int32_t periodMs) {
     insertTimer(entry);
 }
 
+void IdleNotifier::unlinkTimer(TimerEntry* entry) {
+    TimerEntry** link = &timerHead;
+    TimerEntry* previous = nullptr;
+    while (*link && *link != entry) {
+        previous = *link;
+        link = &(*link)->next;
+    }
+    if (*link == nullptr)
+        return;
+    *link = entry->next;
+    if (timerTail == entry)
+        timerTail = previous;
+    entry->next = nullptr;
+}
+
 void IdleNotifier::removeTimer(TimerListener* listener) {
     TimerEntry** link = &timerHead;
     timerTail = nullptr;
     while (*link) {
         TimerEntry* entry = *link;
-        if (entry->listener == listener) {
+        if (entry->listener == listener && !entry->firing) {
             *link = entry->next;
             delete entry;
-        } else {
-            timerTail = entry;
-            link = &entry->next;
+            continue;
         }
+        // A running callback still holds its entry: runTimers frees it when the callback returns.
+        if (entry->listener == listener)
+            entry->removed = true;
+        timerTail = entry;
+        link = &entry->next;
     }
 }
 
+TimerEntry* IdleNotifier::firstIdleTimer() const {
+    TimerEntry* e = timerHead;
+    while (e && (e->firing || e->removed))
+        e = e->next;
+    return e;
+}
+
 int32_t IdleNotifier::nextTimerDelay() const {
-    if (timerHead == nullptr)
+    TimerEntry* first = firstIdleTimer();
+    if (first == nullptr)
         return -1;
-    int32_t delay = plat_tick_diff(timerHead->dueTick, plat_tick_count());
+    int32_t delay = plat_tick_diff(first->dueTick, plat_tick_count());
     return delay > 0 ? delay : 0;
 }
 
 void IdleNotifier::runTimers() {
     int32_t n = 0;
     for (TimerEntry* e = timerHead; e; e = e->next)
-        ++n;
+        if (!e->firing && !e->removed)
+            ++n;
     if (n == 0)
         return;
     int32_t now = plat_tick_count();
     for (int32_t i = 0; i < n; ++i) {
-        if (timerHead == nullptr || now < timerHead->dueTick)
+        // Timers of callbacks that are running further up the stack are passed over.
+        TimerEntry* entry = firstIdleTimer();
+        if (entry == nullptr || now < entry->dueTick)
             break;
-        timerHead->listener->timerFired(now);
-        // The callback may have removed or added timers: re-arm whatever is first now.
-        TimerEntry* first = timerHead;
+        entry->firing = true;
+        entry->listener->timerFired(now);
+        entry->firing = false;
+        if (entry->removed) {
+            unlinkTimer(entry);
+            delete entry;
+        }
+        // The callback may have removed or added timers: re-arm whatever is first now, which is
+        // the entry that fired unless the callback removed it.
+        TimerEntry* first = firstIdleTimer();
         if (first == nullptr)
             break;
-        timerHead = first->next;
-        if (timerHead == nullptr)
-            timerTail = nullptr;
+        unlinkTimer(first);
         first->dueTick = plat_tick_add(now, first->periodMs);
         insertTimer(first);
     }
@@ -330,55 +365,58 @@ void IdleNotifier::pollSockets(int32_t timeoutMs, bool dispatch) {
         return;
 
     beginWalk();
-    plat_fd_set readSet, writeSet, exceptSet;
-    plat_fd_zero(&readSet);
-    plat_fd_zero(&writeSet);
-    plat_fd_zero(&exceptSet);
-    int width = 0;
-    // Adds an active listener's socket to a set (at most kMaxSelectSockets per set); an inactive
-    // one is ready at once.
-    auto watch = [&](int32_t i, plat_fd_set* set, unsigned char* ready) {
+    pollEntries.clear();
+    pollIndexes.clear();
+    int32_t watched[3] = {0, 0, 0}; // read, write, exception
+    // An active listener's socket is watched for a kind while that kind has room left under
+    // the limit; an inactive one is ready at once.
+    auto watch = [&](int32_t i, int kind, unsigned char* ready, PlatPollEntry* entry) {
         SocketListener* l = listeners[i];
-        if (l->isActive()) {
-            int fd = l->getFD();
-            if (plat_fd_add(set, fd) && fd + 1 > width)
-                width = fd + 1;
-        } else {
+        if (!l->isActive()) {
             timeoutMs = 0;
             ready[i] = 1;
+            return entry;
         }
+        if (socketLimit > 0 && watched[kind] >= socketLimit)
+            return entry;
+        ++watched[kind];
+        if (entry == nullptr) {
+            pollEntries.emplace_back();
+            pollIndexes.push_back(i);
+            entry = &pollEntries.back();
+            entry->fd = l->getFD();
+        }
+        (kind == 0 ? entry->wantRead : kind == 1 ? entry->wantWrite : entry->wantExcept) = true;
+        return entry;
     };
     for (int32_t i = 0; i < count; ++i) {
         SocketListener* l = listeners[i];
         if (l == nullptr)
             continue;
+        PlatPollEntry* entry = nullptr;
         if (l->wantsWrite())
-            watch(i, &writeSet, writeReady);
+            entry = watch(i, 1, writeReady, entry);
         if (l->wantsExcept())
-            watch(i, &exceptSet, exceptReady);
+            entry = watch(i, 2, exceptReady, entry);
         if (l->wantsRead())
-            watch(i, &readSet, readReady);
+            entry = watch(i, 0, readReady, entry);
         if (l->hasBufferedWork()) {
             timeoutMs = 0;
             pumpReady[i] = 1;
         }
     }
-    int result = plat_select(width, &readSet, &writeSet, &exceptSet, timeoutMs < 0 ? 0 : timeoutMs);
-    if (result >= 1) {
-        for (int32_t i = 0; i < count; ++i) {
-            SocketListener* l = listeners[i];
-            if (l == nullptr || !l->isActive())
-                continue;
-            int fd = l->getFD();
-            if (plat_fd_isset(&readSet, fd)) {
-                readReady[i] = 1;
-                pumpReady[i] = 0;
-            }
-            if (plat_fd_isset(&exceptSet, fd))
-                exceptReady[i] = 1;
-            if (plat_fd_isset(&writeSet, fd))
-                writeReady[i] = 1;
+    int result = plat_poll(pollEntries.data(), pollEntries.size(), timeoutMs < 0 ? 0 : timeoutMs);
+    for (size_t k = 0; result >= 1 && k < pollEntries.size(); ++k) {
+        const PlatPollEntry& entry = pollEntries[k];
+        int32_t i = pollIndexes[k];
+        if (entry.readable) {
+            readReady[i] = 1;
+            pumpReady[i] = 0;
         }
+        if (entry.excepted)
+            exceptReady[i] = 1;
+        if (entry.writable)
+            writeReady[i] = 1;
     }
     if (dispatch)
         dispatchReady();

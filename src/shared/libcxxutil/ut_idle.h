@@ -2,8 +2,11 @@
 // and DeleteAble, the base of singletons destroyed in priority order at exit.
 #pragma once
 
+#include "plat_socket.h"
+
 #include <cstdint>
 #include <set>
+#include <vector>
 
 // Base of process-wide singletons destroyed at exit in ascending order of priority.
 class DeleteAble {
@@ -61,8 +64,12 @@ public:
     // that may run late (destructors of listeners) must test for that.
     static IdleNotifier* get();
 
-    // How many sockets one select watches; those beyond are not watched in that turn.
+    // How many sockets one select of a plug-in watches per kind (read, write, exception);
+    // those beyond are not watched in that turn. A plug-in serves a handful of connections and
+    // keeps the rule; a process that serves many (the router) lifts it with setSocketLimit.
     static constexpr int kMaxSelectSockets = 64;
+    // The limit per kind; 0 for none. kMaxSelectSockets until set.
+    void setSocketLimit(int32_t perKind) { socketLimit = perKind; }
 
     void addIdler(Idler* idler);
     void removeIdler(Idler* idler);
@@ -70,18 +77,28 @@ public:
     void removeListener(SocketListener* listener);
     // Fires `listener` every `periodMs` milliseconds from now until removed.
     void addTimer(TimerListener* listener, int32_t periodMs);
-    // Removes every timer entry of `listener`.
+    // Removes every timer entry of `listener`. An entry whose callback is running is only
+    // marked, and freed when the callback returns.
     void removeTimer(TimerListener* listener);
 
     // Gives each idler a slice (only those with urgent work when `onlyUrgent`).
     void runIdlers(bool onlyUrgent);
     // Fires each due timer at most once and re-arms it a period after this run's tick.
+    //
+    // A timer is never fired from inside its own callback. A callback may wait, and a wait
+    // turns the notifier (runTimers and pollSockets run nested in it, to any depth): while the
+    // callback runs, its timer counts as not due in those nested turns. It does not fire there,
+    // and it neither shortens their polls nor makes them spin, however long the wait lasts.
+    // Other timers fire in the nested turns as usual. When the callback returns, its timer is
+    // re-armed a period after the tick of the run that fired it (a timer removed by its own
+    // callback is freed instead, and the first other timer is re-armed in its place, unfired).
     void runTimers();
     // Waits up to `timeoutMs` (shortened by a due timer, 0 when work is already pending) for
     // sockets to become ready and, with `dispatch`, calls their listeners.
     void pollSockets(int32_t timeoutMs, bool dispatch);
 
-    // -1 without timers, 0 when the first is due, else the milliseconds until it is.
+    // -1 without timers, 0 when the first is due, else the milliseconds until it is. A timer
+    // whose callback is running does not count.
     int32_t nextTimerDelay() const;
     // True if a listener has a ready flag set or needs a call.
     bool anyReady();
@@ -96,6 +113,10 @@ private:
     void endWalk();
     void sweep();
     void insertTimer(struct TimerEntry* entry);
+    // Takes `entry` out of the list (it stays allocated).
+    void unlinkTimer(struct TimerEntry* entry);
+    // The first entry that is neither firing nor removed, or null.
+    struct TimerEntry* firstIdleTimer() const;
 
     std::set<Idler*> idlers;
 
@@ -107,6 +128,10 @@ private:
     int32_t count = 0;
     int32_t capacity = 0;
     int32_t iterating = 0;
+    int32_t socketLimit = kMaxSelectSockets;
+    // The sockets of one poll and the table index of each; kept to reuse their memory.
+    std::vector<PlatPollEntry> pollEntries;
+    std::vector<int32_t> pollIndexes;
 
     struct TimerEntry* timerHead = nullptr;
     struct TimerEntry* timerTail = nullptr;

@@ -18,6 +18,7 @@ enum class PlatError {
     unreachable,        // WSAEHOSTUNREACH, WSAENETUNREACH
     bad_descriptor,     // WSAENOTSOCK, WSAEBADF
     no_memory,          // WSAENOBUFS
+    no_descriptors,     // WSAEMFILE: the process (or the system) has no descriptor left
     not_found,          // a file or program that does not exist
     other,
 };

@@ -47,6 +47,8 @@ int plat_access(const char* path, int mode) {
         how |= W_OK;
     if (mode & 4)
         how |= R_OK;
+    if (mode & 1)
+        how |= X_OK;
     return access(path, how) == 0 ? 0 : -1;
 }
 

@@ -28,7 +28,9 @@ enum : int {
     PLAT_O_EXCL = 0x400,
 };
 
-// _access: mode 0 existence, 2 write, 4 read, 6 both. 0 or -1.
+// _access: mode 0 existence, 2 write, 4 read, 6 both. Mode 1, which Windows reads as plain
+// existence, asks here for execute permission (search permission on a directory: whether it
+// can be entered). 0 or -1.
 int plat_access(const char* path, int mode);
 // _stat / GetFileAttributesA: 0 with *out filled, or -1.
 int plat_stat(const char* path, PlatFileStatus* out);

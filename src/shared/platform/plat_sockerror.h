@@ -1,5 +1,6 @@
 // Winsock error numbers for failed socket calls: WSAGetLastError as the transport's failure
-// tables are written, with the Linux errno values mapped onto them.
+// tables are written, with the Linux errno values mapped onto them (by the one errno map of
+// plat_error.cpp).
 #pragma once
 
 // The Winsock numbers the transport tells apart.

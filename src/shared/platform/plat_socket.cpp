@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <memory>
 
 namespace {
 sockaddr_in makeAddress(uint32_t address, uint16_t port) {
@@ -36,10 +37,14 @@ bool readAddress(const sockaddr_in& sa, socklen_t len, uint32_t* address, uint16
 }
 } // namespace
 
-int plat_sockets_startup(int, int) { return 0; }
+int plat_sockets_startup(int, int) {
+    return 0;
+}
 void plat_sockets_cleanup() {}
 
-plat_socket plat_tcp_socket() { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0); }
+plat_socket plat_tcp_socket() {
+    return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+}
 
 bool plat_socket_pair(plat_socket fds[2]) {
     return socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) == 0;
@@ -58,15 +63,21 @@ bool plat_set_nonblocking(plat_socket fd, bool on) {
     return fcntl(fd, F_SETFL, flags) == 0;
 }
 
-bool plat_set_nodelay(plat_socket fd, bool on) { return setIntOption(fd, IPPROTO_TCP, TCP_NODELAY, on); }
-bool plat_set_reuseaddr(plat_socket fd, bool on) { return setIntOption(fd, SOL_SOCKET, SO_REUSEADDR, on); }
+bool plat_set_nodelay(plat_socket fd, bool on) {
+    return setIntOption(fd, IPPROTO_TCP, TCP_NODELAY, on);
+}
+bool plat_set_reuseaddr(plat_socket fd, bool on) {
+    return setIntOption(fd, SOL_SOCKET, SO_REUSEADDR, on);
+}
 
 bool plat_bind(plat_socket fd, uint32_t address, uint16_t port) {
     sockaddr_in sa = makeAddress(address, port);
     return bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) == 0;
 }
 
-bool plat_listen(plat_socket fd, int backlog) { return listen(fd, backlog) == 0; }
+bool plat_listen(plat_socket fd, int backlog) {
+    return listen(fd, backlog) == 0;
+}
 
 plat_socket plat_accept(plat_socket listenFd) {
     return plat_retry_eintr([&] { return accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC); });
@@ -91,15 +102,33 @@ PlatError plat_connect_result(plat_socket fd) {
 }
 
 long plat_send(plat_socket fd, const void* data, size_t length) {
-    return plat_retry_eintr([&] { return static_cast<long>(send(fd, data, length, MSG_NOSIGNAL)); });
+    return plat_retry_eintr(
+        [&] { return static_cast<long>(send(fd, data, length, MSG_NOSIGNAL)); });
 }
 
 long plat_recv(plat_socket fd, void* data, size_t length) {
     return plat_retry_eintr([&] { return static_cast<long>(recv(fd, data, length, 0)); });
 }
 
+long plat_send_nowait(plat_socket fd, const void* data, size_t length) {
+    return plat_retry_eintr(
+        [&] { return static_cast<long>(send(fd, data, length, MSG_NOSIGNAL | MSG_DONTWAIT)); });
+}
+
+long plat_recv_nowait(plat_socket fd, void* data, size_t length) {
+    return plat_retry_eintr(
+        [&] { return static_cast<long>(recv(fd, data, length, MSG_DONTWAIT)); });
+}
+
+bool plat_set_receive_timeout(plat_socket fd, int32_t timeoutMs) {
+    timeval tv{timeoutMs / 1000, static_cast<suseconds_t>(timeoutMs % 1000) * 1000};
+    return setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv) == 0;
+}
+
 bool plat_shutdown(plat_socket fd, PlatShutdown how) {
-    int h = how == PlatShutdown::receive ? SHUT_RD : how == PlatShutdown::send ? SHUT_WR : SHUT_RDWR;
+    int h = how == PlatShutdown::receive ? SHUT_RD
+            : how == PlatShutdown::send  ? SHUT_WR
+                                         : SHUT_RDWR;
     return shutdown(fd, h) == 0;
 }
 
@@ -153,9 +182,13 @@ char* plat_inet_ntoa(uint32_t address, char* out) {
     return out;
 }
 
-uint32_t plat_loopback_address() { return htonl(INADDR_LOOPBACK); }
+uint32_t plat_loopback_address() {
+    return htonl(INADDR_LOOPBACK);
+}
 
-void plat_fd_zero(plat_fd_set* set) { set->count = 0; }
+void plat_fd_zero(plat_fd_set* set) {
+    set->count = 0;
+}
 
 bool plat_fd_add(plat_fd_set* set, plat_socket fd) {
     if (plat_fd_isset(set, fd))
@@ -222,5 +255,38 @@ int plat_select(int, plat_fd_set* readSet, plat_fd_set* writeSet, plat_fd_set* e
     keep(readSet, POLLIN | POLLHUP | POLLERR | POLLNVAL);
     keep(writeSet, POLLOUT | POLLHUP | POLLERR | POLLNVAL);
     keep(exceptSet, POLLPRI);
+    return ready;
+}
+
+int plat_poll(PlatPollEntry* entries, size_t count, int32_t timeoutMs) {
+    constexpr size_t kLocal = 64;
+    pollfd local[kLocal];
+    std::unique_ptr<pollfd[]> heap;
+    pollfd* fds = local;
+    if (count > kLocal) {
+        heap.reset(new pollfd[count]);
+        fds = heap.get();
+    }
+    for (size_t i = 0; i < count; ++i) {
+        PlatPollEntry& e = entries[i];
+        short events = static_cast<short>((e.wantRead ? POLLIN : 0) | (e.wantWrite ? POLLOUT : 0) |
+                                          (e.wantExcept ? POLLPRI : 0));
+        fds[i] = pollfd{e.fd, events, 0};
+        e.readable = e.writable = e.excepted = false;
+    }
+    int rc = poll(fds, static_cast<nfds_t>(count), timeoutMs < 0 ? 0 : timeoutMs);
+    if (rc < 0)
+        return errno == EINTR ? 0 : -1;
+    int ready = 0;
+    for (size_t i = 0; i < count; ++i) {
+        PlatPollEntry& e = entries[i];
+        short got = fds[i].revents;
+        short broken = POLLHUP | POLLERR | POLLNVAL;
+        e.readable = e.wantRead && (got & (POLLIN | broken));
+        e.writable = e.wantWrite && (got & (POLLOUT | broken));
+        e.excepted = e.wantExcept && (got & POLLPRI);
+        if (e.readable || e.writable || e.excepted)
+            ++ready;
+    }
     return ready;
 }

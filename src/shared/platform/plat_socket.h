@@ -32,6 +32,9 @@ bool plat_set_reuseaddr(plat_socket fd, bool on);
 
 bool plat_bind(plat_socket fd, uint32_t address, uint16_t port);
 bool plat_listen(plat_socket fd, int backlog);
+// SOMAXCONN of Winsock: a backlog that asks for the largest the system allows. Linux caps any
+// larger backlog at its limit (net.core.somaxconn), which is what this value asks for.
+inline constexpr int PLAT_SOMAXCONN = 0x7fffffff;
 // accept, retrying EINTR; the new socket is close-on-exec. PLAT_INVALID_SOCKET on failure
 // (plat_last_error says would_block when nothing is pending on a non-blocking socket).
 plat_socket plat_accept(plat_socket listenFd);
@@ -46,6 +49,14 @@ PlatError plat_connect_result(plat_socket fd);
 long plat_send(plat_socket fd, const void* data, size_t length);
 // recv, retrying EINTR. Returns the bytes read, 0 at the peer's orderly close, or -1.
 long plat_recv(plat_socket fd, void* data, size_t length);
+// send and recv on a non-blocking socket, whatever the socket's own mode: they never wait
+// (MSG_DONTWAIT), and a call that would have to reports would_block.
+long plat_send_nowait(plat_socket fd, const void* data, size_t length);
+long plat_recv_nowait(plat_socket fd, void* data, size_t length);
+// setsockopt SO_RCVTIMEO: a plain recv on a blocking socket waits at most `timeoutMs` (above
+// 0) for data, then fails with would_block. One recv then does what a select for reading and a
+// recv do together, with one call into the system instead of two.
+bool plat_set_receive_timeout(plat_socket fd, int32_t timeoutMs);
 enum class PlatShutdown { receive, send, both };
 bool plat_shutdown(plat_socket fd, PlatShutdown how);
 
@@ -74,6 +85,18 @@ struct plat_fd_set {
 void plat_fd_zero(plat_fd_set* set);
 bool plat_fd_add(plat_fd_set* set, plat_socket fd);
 bool plat_fd_isset(const plat_fd_set* set, plat_socket fd);
+
+// One socket of plat_poll: what to wait for, and on return what happened.
+struct PlatPollEntry {
+    plat_socket fd = PLAT_INVALID_SOCKET;
+    bool wantRead = false, wantWrite = false, wantExcept = false;
+    bool readable = false, writable = false, excepted = false; // set by plat_poll
+};
+// WSAPoll: waits up to `timeoutMs` (0 = just look) until one of `count` sockets is ready, with
+// no limit on how many; a hang-up or error counts as readable and writable, as with select.
+// Returns how many entries have something set, 0 on time-out or when a signal interrupted the
+// wait, -1 on error. Allocates only for more than 64 entries.
+int plat_poll(PlatPollEntry* entries, size_t count, int32_t timeoutMs);
 
 // select: waits up to `timeoutMs` (0 = just look) until a socket of the sets is ready, then
 // leaves in each set only its ready sockets. `width` is accepted for the Winsock signature and

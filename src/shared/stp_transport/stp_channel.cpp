@@ -1,11 +1,6 @@
 #include "stp_channel.h"
 
-#include "stp_transport.h"
-#include "ut_retryhandler.h"
-
-namespace {
-constexpr int32_t kServiceWaitMs = 10000;
-}
+#include "stp_wait.h"
 
 STPChannel::STPChannel(STPTransport* owner, uint32_t local, uint32_t remote)
     : transport(owner), localRN(local), remoteRN(remote) {}
@@ -28,6 +23,9 @@ void STPChannel::finish(STPStatus* out) const {
 }
 
 bool STPChannel::startChannel(RetryHandler* retry, STPStatus* out) {
+    // A handler run by the wait may drop the last other reference on the transport, whose end
+    // would take this channel with it: both stay until the result is in.
+    STPTransportRef hold(transport);
     status.clear();
     if (startSent) {
         status.set(STP_ERR_USAGE, "[startChannel]: Channel start already sent.");
@@ -46,39 +44,28 @@ bool STPChannel::startChannel(RetryHandler* retry, STPStatus* out) {
     }
     startSent = true;
     transport->queueControlPacket(localRN, remoteRN, KIND_CHANNEL, CHANNEL_START);
-    if (retry)
-        retry->begin();
-    for (;;) {
-        if (!status.ok())
-            break;
+    STPWaitEnd end = stp_wait_until(transport, retry, [&] {
         if (!transport->hasWriteBytes() && isStarted())
-            break;
+            return true;
         if (closeSent || closeSeen) {
             status.set(STP_ERR_CHANNEL_CLOSED,
                        "[startChannel]: channel already closed before start");
-            break;
+            return true;
         }
-        if (retry) {
-            if (!retry->canContinue()) {
-                status.set(STP_ERR_TIMEOUT, "[startChannel]: reached timeout while waiting to "
-                                            "receive start");
-                break;
-            }
-            retry->wait();
-        } else {
-            transport->serviceOnce(kServiceWaitMs);
-        }
-        // A dead transport ends the wait with its own failure.
-        if (!transport->getStatus().ok())
-            status = transport->getStatus();
-    }
-    if (retry)
-        retry->end();
+        return false;
+    });
+    // A dead transport ends the wait with its own failure.
+    if (end == STPWaitEnd::failed)
+        status = transport->getStatus();
+    else if (end == STPWaitEnd::gaveUp)
+        status.set(STP_ERR_TIMEOUT, "[startChannel]: reached timeout while waiting to receive "
+                                    "start");
     finish(out);
     return status.ok();
 }
 
 bool STPChannel::closeChannel(RetryHandler* retry, STPStatus* out) {
+    STPTransportRef hold(transport);
     status.clear();
     if (closeSent) {
         status.set(STP_ERR_USAGE, "[startChannel]: Channel already closed.");
@@ -87,26 +74,12 @@ bool STPChannel::closeChannel(RetryHandler* retry, STPStatus* out) {
     }
     closeSent = true;
     transport->queueControlPacket(localRN, remoteRN, KIND_CHANNEL, CHANNEL_CLOSE);
-    if (retry)
-        retry->begin();
-    while (transport->hasWriteBytes()) {
-        if (!status.ok())
-            break;
-        if (retry) {
-            if (!retry->canContinue()) {
-                status.set(STP_ERR_TIMEOUT,
-                           "[closeChannel]: reached timeout while waiting to transmit close");
-                break;
-            }
-            retry->wait();
-        } else {
-            transport->serviceOnce(kServiceWaitMs);
-        }
-        if (!transport->getStatus().ok())
-            status = transport->getStatus();
-    }
-    if (retry)
-        retry->end();
+    STPWaitEnd end = stp_wait_until(transport, retry, [&] { return !transport->hasWriteBytes(); });
+    if (end == STPWaitEnd::failed)
+        status = transport->getStatus();
+    else if (end == STPWaitEnd::gaveUp)
+        status.set(STP_ERR_TIMEOUT,
+                   "[closeChannel]: reached timeout while waiting to transmit close");
     finish(out);
     return status.ok();
 }

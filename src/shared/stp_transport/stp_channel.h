@@ -21,8 +21,10 @@ public:
     STPChannel& operator=(const STPChannel&) = delete;
 
     // Sends the start and waits for the peer's (re-enters). Reports in the channel's status.
+    // Holds a reference on the transport until it returns: if a handler in the wait dropped
+    // the last other one, the transport, and this channel with it, end as the call returns.
     bool startChannel(RetryHandler* retry = nullptr, STPStatus* status = nullptr);
-    // Sends the close and waits until it is written (re-enters).
+    // Sends the close and waits until it is written (re-enters); the same reference rule.
     bool closeChannel(RetryHandler* retry = nullptr, STPStatus* status = nullptr);
 
     bool isCreated() const { return createSent && createSeen; }

@@ -6,6 +6,7 @@
 #include "indgen.h"
 #include "stp_channel.h"
 #include "stp_message.h"
+#include "stp_wait.h"
 #include "ut_retryhandler.h"
 
 #include <algorithm>
@@ -14,8 +15,6 @@ namespace {
 int32_t g_messageDepth = 0;
 int32_t g_writeBarrier = 0;
 int32_t g_strictWaits = 0;
-
-constexpr int32_t kServiceWaitMs = 10000;
 
 uint16_t originIdOf(uint32_t origin) {
     return static_cast<uint16_t>(origin >> 16);
@@ -199,20 +198,7 @@ uint32_t STPTransport::sendMessage(STPMessage* message, RetryHandler* retry, STP
         if (!status.ok()) {
             serial = 0;
         } else if (hasWriteBytes()) {
-            if (retry)
-                retry->begin();
-            for (;;) {
-                if (retry)
-                    retry->wait();
-                else
-                    serviceOnce(kServiceWaitMs);
-                if (!status.ok() || !hasWriteBytes())
-                    break;
-                if (retry && !retry->canContinue())
-                    break;
-            }
-            if (retry)
-                retry->end();
+            stp_wait_until(this, retry, [&] { return !hasWriteBytes(); });
             if (hasWriteBytes() && status.ok()) {
                 fail(STP_ERR_TIMEOUT,
                      "[sendMessage]: reached timeout while waiting to send message");
@@ -278,24 +264,10 @@ STPMessage* STPTransport::awaitResponse(uint32_t serial, RetryHandler* retry, ST
         if (strict)
             ++g_strictWaits;
         waiters.insert(serial);
-        if (retry)
-            retry->begin();
-        for (;;) {
-            if (retry)
-                retry->wait();
-            else
-                serviceOnce(kServiceWaitMs);
-            if (status.ok())
-                reply = takeResponse(serial);
-            if (!status.ok() || reply)
-                break;
-            if (isDisconnected())
-                break;
-            if (retry && !retry->canContinue())
-                break;
-        }
-        if (retry)
-            retry->end();
+        stp_wait_until(this, retry, [&] {
+            reply = takeResponse(serial);
+            return reply != nullptr || isDisconnected();
+        });
         // A reset during the wait has already emptied the waiter set.
         auto it = waiters.find(serial);
         if (it != waiters.end())
@@ -495,33 +467,15 @@ STPChannel* STPTransport::createChannel(uint32_t localRN, uint32_t remoteRN, Ret
     }
     channel->createSent = true;
     queueControlPacket(localRN, remoteRN, KIND_CHANNEL, CHANNEL_CREATE);
-    bool timedOut = false;
-    if (retry)
-        retry->begin();
-    for (;;) {
-        if (!status.ok())
-            break;
-        if (!hasWriteBytes() && channel->createSeen)
-            break;
-        if (retry) {
-            if (!retry->canContinue()) {
-                timedOut = true;
-                break;
-            }
-            retry->wait();
-        } else {
-            serviceOnce(kServiceWaitMs);
-        }
-    }
-    if (timedOut) {
+    STPWaitEnd end =
+        stp_wait_until(this, retry, [&] { return !hasWriteBytes() && channel->createSeen; });
+    if (end == STPWaitEnd::gaveUp) {
         fail(STP_ERR_TIMEOUT,
              "[createChannel]: reached timeout while waiting to receive create ack");
         channel->closeSent = true;
         delete channel;
         channel = nullptr;
     }
-    if (retry)
-        retry->end();
     // A failed connection leaves no usable channel either.
     if (channel && !status.ok()) {
         channel->closeSent = true;

@@ -11,7 +11,6 @@
 #include <cstdio>
 
 namespace {
-constexpr int32_t kServiceWaitMs = 10000;
 constexpr int32_t kNapMs = 50;
 
 // One full turn of the notifier: idle jobs, timers, then every socket for up to `sliceMs`.
@@ -51,7 +50,7 @@ bool STPRetryHandler::canContinue() {
 
 void STPRetryHandler::wait() {
     if (transport)
-        transport->serviceOnce(kServiceWaitMs);
+        transport->serviceOnce(STP_SERVICE_WAIT_MS);
     else
         plat_sleep_ms(kNapMs);
 }

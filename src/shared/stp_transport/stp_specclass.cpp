@@ -7,12 +7,11 @@
 #include "stp_message.h"
 #include "stp_packet.h"
 #include "stp_stream.h"
+#include "stp_wait.h"
 
 #include <cstring>
 
 namespace {
-constexpr int32_t kServiceWaitMs = 10000;
-
 // Tags of the negotiate packets (kind 12).
 constexpr int32_t kNegotiateTables = 1;
 constexpr int32_t kNegotiateFormats = 2;
@@ -346,29 +345,12 @@ bool STPSpecClass::awaitFlag(const bool* flag, RetryHandler* retry, STPStatus* s
     ++busyCount;
     // A negotiate packet that came before the listener was there waits among the unclaimed.
     t->redeliverUnclaimed(remoteRN, localRN, KIND_NEGOTIATE);
-    if (retry)
-        retry->begin();
-    bool ok = true;
-    while (!*flag) {
-        if (retry) {
-            if (!retry->canContinue()) {
-                setStatus(status, STP_ERR_TIMEOUT, "awaitNegotiate: timed out waiting for reply.");
-                ok = false;
-                break;
-            }
-            retry->wait();
-        } else {
-            t->serviceOnce(kServiceWaitMs);
-            if (!t->getStatus().ok()) {
-                if (status)
-                    *status = t->getStatus();
-                ok = false;
-                break;
-            }
-        }
-    }
-    if (retry)
-        retry->end();
+    STPWaitEnd end = stp_wait_until(t, retry, [&] { return *flag; });
+    bool ok = end == STPWaitEnd::done;
+    if (end == STPWaitEnd::failed && status)
+        *status = t->getStatus();
+    else if (end == STPWaitEnd::gaveUp)
+        setStatus(status, STP_ERR_TIMEOUT, "awaitNegotiate: timed out waiting for reply.");
     --busyCount;
     if (ok && status)
         status->clear();

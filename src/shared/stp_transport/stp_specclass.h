@@ -146,8 +146,9 @@ public:
     // the name that begins its body.
     bool handleMessage(STPMessage* message, int32_t kind, int32_t tag);
 
-    // The window-focus grant of the original platform; there is no window system to ask here,
-    // so it does nothing.
+    // Lets the peer bring its window to the front while it answers this call, so that a dialog
+    // it opens is not hidden behind ours. A console service has no window system to ask, so it
+    // does nothing.
     static void allowForeground() {}
 
     // Table access, for tests and diagnostics.

@@ -1,5 +1,6 @@
-// The connection half of STPTransport: sockets, buffers, framing, servicing, in-process links,
-// sync packets, and the process-wide registry and list of transports.
+// The connection half of STPTransport: sockets, buffers, framing, servicing and sync packets.
+// The registry and the in-process links are in stp_transport_links.cpp, the messages in
+// stp_dispatch.cpp.
 #include "stp_transport.h"
 
 #include "indgen.h"
@@ -7,6 +8,7 @@
 #include "plat_sockerror.h"
 #include "stp_channel.h"
 #include "stp_message.h"
+#include "stp_wait.h"
 #include "ut_retryhandler.h"
 
 #include <algorithm>
@@ -14,16 +16,6 @@
 #include <cstring>
 
 namespace {
-// Registry of live transports by id; deleted whenever it becomes empty.
-std::map<uint32_t, STPTransport*>* g_registry = nullptr;
-// One-entry cache of the last id looked up.
-uint32_t g_cachedId = 0;
-STPTransport* g_cachedTransport = nullptr;
-uint32_t g_lastTransportId = 0;
-// Every live transport in construction order.
-std::vector<STPTransport*>* g_allTransports = nullptr;
-
-constexpr int32_t kServiceWaitMs = 10000;
 // Room kept free behind the live bytes before a read; below it the buffer grows.
 constexpr int32_t kReadHeadroom = 1024;
 // A drained read buffer this many times its initial size goes back to it.
@@ -103,13 +95,7 @@ STPTransport::STPTransport(int32_t initialCapacity)
     // Messages of a megabyte come and go with every bulk transfer: keep such blocks in the heap.
     plat_keep_large_blocks_in_heap();
     allocateBuffers();
-    transportId = ++g_lastTransportId;
-    if (g_registry == nullptr)
-        g_registry = new std::map<uint32_t, STPTransport*>;
-    (*g_registry)[transportId] = this;
-    if (g_allTransports == nullptr)
-        g_allTransports = new std::vector<STPTransport*>;
-    g_allTransports->push_back(this);
+    enterRegistry();
     plat_sockets_startup(1, 0);
 }
 
@@ -118,17 +104,7 @@ STPTransport::~STPTransport() {
     if (listening && listenFD != PLAT_INVALID_SOCKET)
         closeSocket(listenFD);
     unlinkPeer();
-    if (g_registry) {
-        g_registry->erase(transportId);
-        if (g_registry->empty()) {
-            delete g_registry;
-            g_registry = nullptr;
-        }
-    }
-    if (g_cachedTransport == this) {
-        g_cachedId = 0;
-        g_cachedTransport = nullptr;
-    }
+    leaveRegistry();
     freeBuffers();
     dropResponses();
     for (STPMessage* m : unclaimedQueue)
@@ -147,15 +123,7 @@ STPTransport::~STPTransport() {
         delete entry.second;
     }
     plat_sockets_cleanup();
-    if (g_allTransports) {
-        auto it = std::find(g_allTransports->begin(), g_allTransports->end(), this);
-        if (it != g_allTransports->end())
-            g_allTransports->erase(it);
-        if (g_allTransports->empty()) {
-            delete g_allTransports;
-            g_allTransports = nullptr;
-        }
-    }
+    leaveTransportList();
 }
 
 void STPTransport::ref() {
@@ -307,10 +275,8 @@ bool STPTransport::connect(const char* host, uint16_t port, STPStatus* out) {
         fail(STP_ERR_USAGE, "[connect]: Already listening as server");
     else {
         plat_socket s = connectToServer(host, port, &status);
-        if (s != PLAT_INVALID_SOCKET) {
-            fd = s;
-            bound = true;
-        }
+        if (s != PLAT_INVALID_SOCKET)
+            adoptSocket(s);
     }
     finish(out);
     return status.ok();
@@ -352,22 +318,10 @@ bool STPTransport::listenOnFD(plat_socket socket, bool closeListenSocket, RetryH
     if (!startListenOnFD(socket, out))
         return false;
     bool accepted = false;
-    if (retry)
-        retry->begin();
-    for (;;) {
-        if (retry)
-            retry->wait();
-        else
-            serviceOnce(kServiceWaitMs);
-        if (status.ok())
-            accepted = tryAccept(closeListenSocket);
-        if (accepted || !status.ok())
-            break;
-        if (retry && !retry->canContinue())
-            break;
-    }
-    if (retry)
-        retry->end();
+    stp_wait_until(this, retry, [&] {
+        accepted = tryAccept(closeListenSocket);
+        return accepted || !status.ok();
+    });
     if (!accepted && status.ok())
         fail(STP_ERR_TIMEOUT, "[listenOnFD]: timed out waiting for client");
     finish(out);
@@ -400,15 +354,20 @@ bool STPTransport::bindFD(plat_socket socket, STPStatus* out) {
         fail(STP_ERR_USAGE, "[bindFD]: Already bound");
     else if (listening)
         fail(STP_ERR_USAGE, "[bindFD]: Already listening");
-    else {
-        // The transport never blocks in send or recv, whoever made the socket.
-        if (!fdIsFile)
-            plat_set_nonblocking(socket, true);
-        fd = socket;
-        bound = true;
-    }
+    else
+        adoptSocket(socket);
     finish(out);
     return status.ok();
+}
+
+void STPTransport::adoptSocket(plat_socket socket) {
+    // The socket itself blocks, but every send and read of the transport is made not to wait;
+    // only the wait of serviceOnce reads with a time-out (see receiveWaiting).
+    if (!fdIsFile)
+        plat_set_nonblocking(socket, false);
+    fd = socket;
+    bound = true;
+    receiveTimeoutMs = 0;
 }
 
 void STPTransport::closeConnection(STPStatus* out) {
@@ -449,7 +408,7 @@ bool STPTransport::listenAndService(uint16_t port, STPStatus* out) {
     STPTransportRef hold(this);
     if (listen(port))
         while (status.ok() && bound)
-            serviceOnce(kServiceWaitMs);
+            serviceOnce(STP_SERVICE_WAIT_MS);
     finish(out);
     return status.ok();
 }
@@ -458,7 +417,7 @@ bool STPTransport::bindAndService(plat_socket socket, STPStatus* out) {
     STPTransportRef hold(this);
     if (bindFD(socket))
         while (status.ok() && bound)
-            serviceOnce(kServiceWaitMs);
+            serviceOnce(STP_SERVICE_WAIT_MS);
     finish(out);
     return status.ok();
 }
@@ -544,7 +503,7 @@ void STPTransport::queueBytes(const char* data, int32_t size) {
 
 long STPTransport::sendChunk(const char* data, int32_t size) {
     size_t chunk = static_cast<size_t>(std::min(size, STP_MAX_SEND_SIZE));
-    long sent = plat_send(fd, data, chunk);
+    long sent = plat_send_nowait(fd, data, chunk);
     if (sent < 0) {
         int error = plat_last_wsa_error();
         if (error == PLAT_WSAEWOULDBLOCK)
@@ -592,34 +551,45 @@ void STPTransport::handleRead() {
     if (!bound)
         return;
     STPTransportRef hold(this);
-    if (inProcess) {
+    if (inProcess)
         pullInProcess();
-    } else {
-        // In 64 bits: a buffer grown to the 32-bit limit must not overflow the test.
-        if (int64_t{readCapacity} <= int64_t{readOffset} + readLength + kReadHeadroom) {
-            int32_t newCapacity =
-                clampCapacity(int64_t{readInitialCapacity} + 2 * int64_t{readLength});
-            GEN_ASSERT(newCapacity >= readInitialCapacity);
-            moveReadBytes(newCapacity);
-        }
-        size_t room = static_cast<size_t>(readCapacity - readLength - readOffset);
-        long got = plat_recv(fd, readBuffer + readOffset + readLength, room);
-        if (got < 0) {
-            if (plat_last_wsa_error() != PLAT_WSAEWOULDBLOCK) {
-                closeConnection();
-                fail(STP_ERR_NETWORK, "[handleRead]: read failed, closing connection");
-                return;
-            }
-        } else if (got == 0) {
-            closeConnection();
-            fail(STP_ERR_PEER_CLOSED, "[handleRead]: peer has closed connection");
-            return;
-        } else {
-            readShort = false;
-            readLength += static_cast<int32_t>(got);
-        }
-    }
+    else if (!receive(0))
+        return;
     pumpMessages();
+}
+
+bool STPTransport::receive(int32_t waitMs) {
+    // In 64 bits: a buffer grown to the 32-bit limit must not overflow the test.
+    if (int64_t{readCapacity} <= int64_t{readOffset} + readLength + kReadHeadroom) {
+        int32_t newCapacity = clampCapacity(int64_t{readInitialCapacity} + 2 * int64_t{readLength});
+        GEN_ASSERT(newCapacity >= readInitialCapacity);
+        moveReadBytes(newCapacity);
+    }
+    char* at = readBuffer + readOffset + readLength;
+    size_t room = static_cast<size_t>(readCapacity - readLength - readOffset);
+    long got;
+    if (waitMs > 0) {
+        if (waitMs != receiveTimeoutMs && plat_set_receive_timeout(fd, waitMs))
+            receiveTimeoutMs = waitMs;
+        got = receiveTimeoutMs == waitMs ? plat_recv(fd, at, room) : plat_recv_nowait(fd, at, room);
+    } else {
+        got = plat_recv_nowait(fd, at, room);
+    }
+    if (got < 0) {
+        if (plat_last_wsa_error() == PLAT_WSAEWOULDBLOCK)
+            return true;
+        closeConnection();
+        fail(STP_ERR_NETWORK, "[handleRead]: read failed, closing connection");
+        return false;
+    }
+    if (got == 0) {
+        closeConnection();
+        fail(STP_ERR_PEER_CLOSED, "[handleRead]: peer has closed connection");
+        return false;
+    }
+    readShort = false;
+    readLength += static_cast<int32_t>(got);
+    return true;
 }
 
 void STPTransport::moveReadBytes(int32_t newCapacity) {
@@ -696,10 +666,13 @@ void STPTransport::pumpMessages() {
         int32_t padded = static_cast<int32_t>(std::min<int64_t>(stp_padded(size), INT32_MAX));
         int32_t consumed = std::min(padded, readLength);
         if (forwarder) {
-            STPTransport* target =
-                forwarder->forwardTarget(stp_get_u32(at + 4 * STP_WORD_REMOTE_RN));
-            if (target) {
-                target->queueBytes(at, static_cast<int32_t>(size));
+            STPTransport* target = nullptr;
+            STPForwarder::Route route =
+                forwarder->route(stp_get_u32(at + 4 * STP_WORD_LOCAL_RN),
+                                 stp_get_u32(at + 4 * STP_WORD_REMOTE_RN), &target);
+            if (route != STPForwarder::Route::handle) {
+                if (route == STPForwarder::Route::forward && target)
+                    target->queueBytes(at, static_cast<int32_t>(size));
                 readOffset += consumed;
                 readLength -= consumed;
                 readSkip = padded - consumed;
@@ -761,6 +734,14 @@ void STPTransport::serviceOnce(int32_t timeoutMs, STPStatus* out) {
     // A handler run by the pump may have closed the connection.
     plat_socket socket = getFD();
     if (socket == PLAT_INVALID_SOCKET) {
+        finish(out);
+        return;
+    }
+    // Only reading to wait for: one read that waits does the select and the read in one call.
+    // What it reads is handled as handleRead handles it.
+    if (bound && !fdIsFile && writeLength == 0 && timeout > 0) {
+        if (receive(timeout))
+            pumpMessages();
         finish(out);
         return;
     }
@@ -884,136 +865,14 @@ bool STPTransport::awaitSync(uint32_t localRN, uint32_t remoteRN, RetryHandler* 
     STPTransportRef hold(this);
     status.clear();
     queueControlPacket(localRN, remoteRN, KIND_SYNC, 0);
-    bool seen = takeSync(localRN, remoteRN);
-    if (retry)
-        retry->begin();
-    for (;;) {
-        if (!status.ok() || (!hasWriteBytes() && seen))
-            break;
-        if (retry) {
-            if (!retry->canContinue()) {
-                fail(STP_ERR_TIMEOUT,
-                     "[awaitSync]: reached timeout while waiting to receive sync packet");
-                break;
-            }
-            retry->wait();
-        } else {
-            serviceOnce(kServiceWaitMs);
-        }
+    bool seen = false;
+    STPWaitEnd end = stp_wait_until(this, retry, [&] {
         if (!seen)
             seen = takeSync(localRN, remoteRN);
-    }
-    if (retry)
-        retry->end();
+        return !hasWriteBytes() && seen;
+    });
+    if (end == STPWaitEnd::gaveUp)
+        fail(STP_ERR_TIMEOUT, "[awaitSync]: reached timeout while waiting to receive sync packet");
     finish(out);
     return status.ok() && seen;
-}
-
-// ---- Registry
-
-STPTransport* STPTransport::findById(uint32_t id) {
-    if (id != 0 && id == g_cachedId)
-        return g_cachedTransport;
-    if (g_registry == nullptr)
-        return nullptr;
-    auto it = g_registry->find(id);
-    if (it == g_registry->end())
-        return nullptr;
-    g_cachedId = id;
-    g_cachedTransport = it->second;
-    return it->second;
-}
-
-void STPTransport::readCallback(void* arg) {
-    STPTransport* t = findById(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(arg)));
-    if (t)
-        t->handleRead();
-}
-
-bool STPTransport::getReadCallback(STPReadCallback* fn, void** arg) const {
-    if (g_registry == nullptr || g_registry->count(transportId) == 0)
-        return false;
-    if (fn)
-        *fn = &STPTransport::readCallback;
-    if (arg)
-        *arg = reinterpret_cast<void*>(static_cast<uintptr_t>(transportId));
-    return true;
-}
-
-STPTransport* STPTransport::firstTransport() {
-    return g_allTransports && !g_allTransports->empty() ? g_allTransports->front() : nullptr;
-}
-
-size_t STPTransport::transportCount() {
-    return g_allTransports ? g_allTransports->size() : 0;
-}
-
-// ---- In-process links
-
-bool STPTransport::createPair(STPTransport** a, STPTransport** b) {
-    if (a == nullptr || b == nullptr)
-        return false;
-    *a = new STPTransport(STP_DEFAULT_BUFFER_SIZE);
-    *b = new STPTransport(STP_DEFAULT_BUFFER_SIZE);
-    return linkPair(*a, *b);
-}
-
-bool STPTransport::linkPair(STPTransport* a, STPTransport* b) {
-    if (a == nullptr || b == nullptr)
-        return false;
-    STPReadCallback fn = nullptr;
-    void* arg = nullptr;
-    a->getReadCallback(&fn, &arg);
-    attachInProcess(b, &a->writeOffset, &a->writeLength, &a->writeCapacity, &a->writeBuffer, fn,
-                    arg);
-    b->getReadCallback(&fn, &arg);
-    attachInProcess(a, &b->writeOffset, &b->writeLength, &b->writeCapacity, &b->writeBuffer, fn,
-                    arg);
-    a->linkedPeer = b;
-    b->linkedPeer = a;
-    return true;
-}
-
-bool STPTransport::attachInProcess(STPTransport* transport, int32_t* peerOffset,
-                                   int32_t* peerLength, int32_t* peerCapacity, char** peerBuffer,
-                                   STPReadCallback notify, void* notifyArg) {
-    if (transport == nullptr)
-        return false;
-    transport->peerWriteOffset = peerOffset;
-    transport->peerWriteLength = peerLength;
-    transport->peerWriteCapacity = peerCapacity;
-    transport->peerWriteBuffer = peerBuffer;
-    transport->peerNotify = notify;
-    transport->peerNotifyArg = notifyArg;
-    transport->inProcess = true;
-    transport->bound = true;
-    return true;
-}
-
-void STPTransport::getWriteFields(int32_t** offset, int32_t** length, int32_t** capacity,
-                                  char*** buffer) {
-    if (offset)
-        *offset = &writeOffset;
-    if (length)
-        *length = &writeLength;
-    if (capacity)
-        *capacity = &writeCapacity;
-    if (buffer)
-        *buffer = &writeBuffer;
-}
-
-void STPTransport::unlinkPeer() {
-    STPTransport* peer = linkedPeer;
-    if (peer == nullptr)
-        return;
-    linkedPeer = nullptr;
-    peer->linkedPeer = nullptr;
-    peer->peerWriteOffset = peer->peerWriteLength = peer->peerWriteCapacity = nullptr;
-    peer->peerWriteBuffer = nullptr;
-    peer->peerNotify = nullptr;
-    peer->peerNotifyArg = nullptr;
-    if (peer->bound) {
-        peer->closeConnection();
-        peer->fail(STP_ERR_PEER_CLOSED, "[handleRead]: peer has closed connection");
-    }
 }

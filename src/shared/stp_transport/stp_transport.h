@@ -34,6 +34,8 @@ class STPTransport;
 inline constexpr int32_t STP_DEFAULT_BUFFER_SIZE = 32768;
 // At most this many bytes go to one `send`.
 inline constexpr int32_t STP_MAX_SEND_SIZE = 1048576;
+// How long one serviceOnce of a wait without a retry handler waits for the socket.
+inline constexpr int32_t STP_SERVICE_WAIT_MS = 10000;
 
 // Where in a call tree a transport stands.
 struct STPStamp {
@@ -54,10 +56,15 @@ public:
 // Routes packets between connections without parsing them. Not owned by the transport.
 class STPForwarder {
 public:
+    enum class Route {
+        handle,  // parse and dispatch it here
+        forward, // copy it unread to the target's write buffer
+        drop,    // discard it unread
+    };
     virtual ~STPForwarder();
-    // The transport a packet with this `remoteRN` (header word 3) goes to unread, or null to
-    // handle it here. The returned transport must stay alive for the call.
-    virtual STPTransport* forwardTarget(uint32_t remoteRN) = 0;
+    // What becomes of a packet whose header words 2 and 3 are `localRN` and `remoteRN` (the
+    // sender's numbers). For `forward`, *target is set; it must stay alive for the call.
+    virtual Route route(uint32_t localRN, uint32_t remoteRN, STPTransport** target) = 0;
 };
 
 // A plain function and its argument that make a transport read now.
@@ -104,8 +111,8 @@ public:
     bool bindAndService(plat_socket fd, STPStatus* status = nullptr);
 
     // ---- Static socket helpers (failures go to `status` only) ---------------------------------
-    // The connected, non-blocking socket, or PLAT_INVALID_SOCKET (-1). The design's "0 on
-    // failure" is a valid descriptor on this platform, so -1 stands for it.
+    // The connected, non-blocking socket, or PLAT_INVALID_SOCKET (-1). Failure is -1, not 0:
+    // 0 is a valid descriptor here (a process started with its standard input closed gets it).
     static plat_socket connectToServer(const char* host, uint16_t port,
                                        STPStatus* status = nullptr);
     // A blocking listening socket on all addresses, backlog 5, or PLAT_INVALID_SOCKET.
@@ -270,6 +277,11 @@ private:
 
     ~STPTransport();
 
+    // The registry and the list of all transports: entered at construction; the registry is
+    // left early in destruction, the list last.
+    void enterRegistry();
+    void leaveRegistry();
+    void leaveTransportList();
     void finish(STPStatus* out) const;
     void fail(int32_t code, const char* text);
     void allocateBuffers();
@@ -290,6 +302,12 @@ private:
     // Queues a body-less packet (a sync or channel operation) with the next serial.
     void queueControlPacket(uint32_t localRN, uint32_t remoteRN, int32_t kind, int32_t tag);
     bool pullInProcess();
+    // Takes a connected socket as the transport's.
+    void adoptSocket(plat_socket socket);
+    // One read from the socket into the read buffer: without waiting (`waitMs` 0) or waiting up
+    // to `waitMs` for the first bytes. Nothing to read is not a failure; a failure or the peer's
+    // close closes the connection and returns false.
+    bool receive(int32_t waitMs);
     // Moves the live read bytes to the start of a new buffer of `newCapacity` bytes.
     void moveReadBytes(int32_t newCapacity);
     void offerHeldBack();
@@ -315,6 +333,8 @@ private:
     bool bound = false;
     plat_socket fd = PLAT_INVALID_SOCKET;
     bool fdIsFile = false;
+    // The receive time-out set on `fd`, 0 while none is.
+    int32_t receiveTimeoutMs = 0;
 
     char* peerAddress = nullptr;
     char* localAddress = nullptr;

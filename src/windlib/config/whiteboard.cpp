@@ -1,6 +1,8 @@
 // The WhiteBoard client: the local copy, the sends, the handlers and the global object.
 #include "whiteboard.h"
 
+#include "stp_wait.h"
+
 #include "gen_string.h"
 #include "servicerouter_proxy.h"
 #include "stp_transport.h"
@@ -245,28 +247,18 @@ bool WhiteBoard::requestChangesInGroup(const char* group, RetryHandler* retry) {
     return waitForChanges(retry);
 }
 
-// The one wait of the WhiteBoard: kept small and on its own so that it can become a call of
-// the transport's common wait loop.
+// Waits for the service's Changes; a connection that goes down ends the wait as well.
 bool WhiteBoard::waitForChanges(RetryHandler* retry) {
     STPSpecClassRef hold(this);
     STPTransport* link = getTransport();
     if (link == nullptr)
         return false;
-    STPTransportRef holdLink(link);
     changes_received = false;
     MessageDepthGuard depth(link);
-    if (retry)
-        retry->begin();
-    while (!changes_received && !link->isDisconnected() && !isVirtualConnectionDown()) {
-        if (retry && !retry->canContinue())
-            break;
-        if (retry)
-            retry->wait();
-        else
-            link->serviceOnce(kChangesSliceMs);
-    }
-    if (retry)
-        retry->end();
+    stp_wait_until(
+        link, retry,
+        [&] { return changes_received || link->isDisconnected() || isVirtualConnectionDown(); },
+        kChangesSliceMs);
     return changes_received;
 }
 

@@ -3,10 +3,10 @@
 // outgoing connections, name/value lookups and client paths.
 #include "servicerouter_proxy.h"
 
-#include "fake_router.h"
 #include "gen_path.h"
 #include "indgen.h"
 #include "negotiator.h"
+#include "proxy_on_fake_router.h"
 #include "service_factory.h"
 #include "service_listeners.h"
 #include "stp_transport.h"
@@ -54,16 +54,7 @@ protected:
         router = new FakeRouter();
         ASSERT_TRUE(router->listen());
         proxy = new ServiceRouter_Proxy();
-        std::string port = std::to_string(router->port());
-        char w0[] = "plugin", w1[] = "-connect_servicerouter";
-        char* argv[] = {w0, w1, port.data(), nullptr};
-        int argc = 3;
-        proxy->parseOptions(&argc, argv);
-        ASSERT_TRUE(proxy->connectSocket(nullptr, router->port()));
-        ASSERT_TRUE(router->accept(5000));
-        router->negotiateLocally();
-        ASSERT_TRUE(router->sendNegotiate(true));
-        ASSERT_TRUE(router->PluginId(true, kOwnId));
+        ASSERT_TRUE(connectToFakeRouter(proxy, router, {}, kOwnId));
         ASSERT_TRUE(proxy->initializeRouterConnection(true, nullptr));
         ASSERT_TRUE(router->waitForRecords(1)); // the empty service list
         router->log.records.clear();
@@ -121,7 +112,7 @@ protected:
 TEST_F(Connections, ARegistrationWhileConnectedSendsOneName) {
     EchoFactory& factory = make("Echo.Svc");
     EXPECT_TRUE(proxy->registerService(&factory, nullptr));
-    EXPECT_TRUE(proxy->isConnectNow());
+    EXPECT_TRUE(proxy->getOptions().connect_now);
     ASSERT_TRUE(router->waitForRecords(1, 5000, {proxyTransport()}));
     EXPECT_EQ(router->log.records[0],
               "RECV: RegisterServiceList: name_list:{count:0x1 data:\"Echo.Svc\", }");

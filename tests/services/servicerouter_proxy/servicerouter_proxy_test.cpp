@@ -3,15 +3,18 @@
 // the end of the connection, and the connect-or-launch tree where it cannot go on.
 #include "servicerouter_proxy.h"
 
-#include "fake_router.h"
+#include "child_mode.h"
 #include "gen_path.h"
 #include "indgen.h"
 #include "plat_process.h"
+#include "proxy_on_fake_router.h"
+#include "scratch_folder.h"
 #include "service_factory.h"
 #include "stp_transport.h"
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -52,16 +55,8 @@ protected:
     // lets the router accept; the router's tables (and, when given, the plug-in id) are on
     // their way before the proxy starts its conversation, since both ends share this thread.
     void connect(const Words& extra, bool sendPluginId = true) {
-        Words words = {"-connect_servicerouter", std::to_string(router->port())};
-        words.insert(words.end(), extra.begin(), extra.end());
-        parseInto(proxy, words);
-        ASSERT_TRUE(proxy->connectSocket(nullptr, router->port()));
-        ASSERT_TRUE(router->accept(5000));
-        router->negotiateLocally();
-        ASSERT_TRUE(router->sendNegotiate(true));
-        if (sendPluginId) {
-            ASSERT_TRUE(router->PluginId(true, 0x10005));
-        }
+        ASSERT_TRUE(connectToFakeRouter(proxy, router, extra,
+                                        sendPluginId ? 0x10005 : static_cast<uint32_t>(-1)));
     }
     STPTransport* proxyTransport() { return proxy->STPSpecClass::getTransport(); }
     PumpingRetryHandler* pumping(int32_t timeoutMs = 5000) {
@@ -154,7 +149,7 @@ TEST_F(ProxyOverSocket, ARouterThatNeverNegotiatesFailsTheOpeningWithItsText) {
                        "awaitNegotiate: timed out waiting for reply..\n"),
               std::string::npos)
         << err;
-    EXPECT_FALSE(proxy->isConnectedFlag());
+    EXPECT_FALSE(proxy->hasConnected());
     EXPECT_TRUE(proxy->isConnected()); // not connected yet counts as "still setting up"
 }
 
@@ -165,7 +160,7 @@ TEST_F(ProxyOverSocket, IsConnectedUntilTheRouterGoesAndThereIsNoWayBack) {
     EXPECT_TRUE(proxy->isConnected());
     router->routerTransport()->closeConnection();
     ASSERT_TRUE(router->pumpUntil([&] { return !proxy->isConnected(); }, 5000, {proxyTransport()}));
-    EXPECT_TRUE(proxy->isConnectedFlag());
+    EXPECT_TRUE(proxy->hasConnected());
 }
 
 TEST_F(ProxyOverSocket, RequestDisconnectAndPersistenceReachTheRouter) {
@@ -176,7 +171,7 @@ TEST_F(ProxyOverSocket, RequestDisconnectAndPersistenceReachTheRouter) {
     ASSERT_TRUE(router->waitForRecords(3));
     EXPECT_EQ(router->log.records[1], "RECV: RequestServiceRouterDisconnect: ");
     EXPECT_EQ(router->log.records[2], "RECV: PersistentService: persistent:0x1");
-    EXPECT_TRUE(proxy->isPersistent());
+    EXPECT_TRUE(proxy->getOptions().persistent);
 }
 
 TEST_F(ProxyOverSocket, NumPersistentServicesWaitsForTheRoutersReply) {
@@ -223,10 +218,25 @@ TEST_F(ProxyOverSocket, StartPluginRefusesShortCommandsAndReportsFailedLaunches)
     char* badWords[] = {missing, w[1], w[2], w[3], w[4], w[5], w[6]};
     StringList bad{7, badWords};
     proxy->StartPlugin(bad, 4, nullptr);
+    // A working directory that cannot be entered is reported, not passed over.
     StringList seven{7, words};
-    proxy->StartPlugin(seven, 5, "/");
+    proxy->StartPlugin(seven, 6, "/no-such-folder-xyz");
+    // A plug-in starts in its working directory, and this process's own stays as it is.
+    ScratchFolder folder;
+    std::string cwdFile = folder.at("cwd.txt");
+    std::vector<std::string> child =
+        childCommand("StartPluginChild.DISABLED_WriteCwd", {"--cwd-file=" + cwdFile});
+    while (child.size() < 7)
+        child.push_back("--pad");
+    std::vector<char*> childWords;
+    for (std::string& word : child)
+        childWords.push_back(word.data());
+    std::string here = gen_getcwd();
+    proxy->StartPlugin(StringList{static_cast<int32_t>(childWords.size()), childWords.data()}, 5,
+                       folder.root().c_str());
+    EXPECT_EQ(gen_getcwd(), here);
 
-    ASSERT_TRUE(router->waitForRecords(before + 2, 5000, {proxyTransport()}));
+    ASSERT_TRUE(router->waitForRecords(before + 3, 5000, {proxyTransport()}));
     router->pumpUntil([] { return false; }, 100, {proxyTransport()});
     std::vector<std::string> events = router->recordsOf("StartPluginEvent");
     EXPECT_EQ(events,
@@ -234,14 +244,20 @@ TEST_F(ProxyOverSocket, StartPluginRefusesShortCommandsAndReportsFailedLaunches)
                   "RECV: StartPluginEvent: cookie:0x3, success:0x0, error_message:\"Invalid "
                   "arguments specified when attempting to launch plugin.\"",
                   "RECV: StartPluginEvent: cookie:0x4, success:0x0, error_message:\"Unable to "
-                  "launch plugin.\""}));
+                  "launch plugin.\"",
+                  "RECV: StartPluginEvent: cookie:0x6, success:0x0, error_message:\"Unable to "
+                  "launch plugin: cannot enter the working directory \"/no-such-folder-xyz\".\""}));
     // The accepted launch sends nothing: the new plug-in reports itself.
     ASSERT_EQ(proxy->getLaunchedPlugins().size(), 1u);
-    PlatProcess* child = proxy->getLaunchedPlugins()[0];
-    EXPECT_EQ(proxy->getLaunchedPluginNames().at(child), "true");
-    EXPECT_TRUE(waitForChildExit(child, "plugin true", true, 5000));
-    plat_close_process(child); // the proxy keeps the handle for shut-down, which never comes here
-    EXPECT_STREQ(gen_getcwd(), gen_getcwd()); // still readable after the directory change
+    PlatProcess* launched = proxy->getLaunchedPlugins()[0];
+    EXPECT_EQ(proxy->getLaunchedPluginNames().at(launched), gen_basename(child[0].c_str()));
+    EXPECT_TRUE(waitForChildExit(launched, "plugin", true, 5000));
+    plat_close_process(launched); // the proxy keeps the handle for shut-down, never reached here
+    EXPECT_EQ(readFile(cwdFile), folder.root());
+}
+
+TEST(StartPluginChild, DISABLED_WriteCwd) {
+    writeFile(childArgument("cwd-file"), std::filesystem::current_path().string());
 }
 
 TEST_F(ProxyOverSocket, StartLoggingSendsRecordsToTheRouter) {
@@ -332,15 +348,15 @@ TEST(ProxySetup, RunsOnceAndWithoutAConnectOptionDoesNotConnect) {
     EXPECT_EQ(argc, 2);
     EXPECT_STREQ(argv[1], "rest");
     EXPECT_TRUE(proxy->isInitialized());
-    EXPECT_FALSE(proxy->isConnectNow());
-    EXPECT_STREQ(proxy->getProgramTag(), "tag");
-    EXPECT_TRUE(proxy->isPersistent());
+    EXPECT_FALSE(proxy->getOptions().connect_now);
+    EXPECT_STREQ(proxy->getOptions().program_tag, "tag");
+    EXPECT_TRUE(proxy->getOptions().persistent);
     // A second set-up does nothing.
     char* again[] = {w0, w1, w2, nullptr};
     int againCount = 3;
     EXPECT_TRUE(proxy->setup(false, &againCount, again, nullptr, true, nullptr, true, false));
     EXPECT_EQ(againCount, 3);
-    EXPECT_TRUE(proxy->mayLaunch());
+    EXPECT_TRUE(proxy->getOptions().may_launch);
     proxy->unref();
 }
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <vector>
 
@@ -172,6 +173,46 @@ TEST(EventLoopActions, ActionRemovingItselfRunsOnceInThatTurnAndNotInTheNext) {
     EXPECT_EQ(action.performed, 1);
 }
 
+// Removes (from its loop, if given) and deletes another action when it runs.
+struct DeletingAction : LoopAction {
+    LoopAction* victim = nullptr;
+    Svc_EventLoop* loop = nullptr;
+    explicit DeletingAction(bool autoRegister) : LoopAction(autoRegister) {}
+    void perform() override {
+        if (loop)
+            loop->removeLoopAction(victim);
+        delete victim;
+        victim = nullptr;
+    }
+};
+
+struct Victim : LoopAction {
+    int* performed;
+    Victim(bool autoRegister, int* count) : LoopAction(autoRegister), performed(count) {}
+    void perform() override { ++*performed; }
+};
+
+// Under the sanitizers a call to the deleted action is a use after free.
+TEST(EventLoopActions, AnActionDeletedByAnotherInTheSameTurnIsNotCalled) {
+    Svc_EventLoop loop;
+    loop.setSleepFunc(noWait);
+    int performed = 0;
+    DeletingAction killer(false);
+    killer.loop = &loop;
+    killer.victim = new Victim(false, &performed);
+    loop.addLoopAction(&killer);
+    loop.addLoopAction(killer.victim);
+    loop.runOnce();
+    EXPECT_EQ(performed, 0);
+    loop.removeLoopAction(&killer);
+
+    // The process-wide list: the victim leaves it in its destructor.
+    DeletingAction globalKiller(true);
+    globalKiller.victim = new Victim(true, &performed);
+    loop.runOnce();
+    EXPECT_EQ(performed, 0);
+}
+
 std::vector<int>* g_cleanups = nullptr;
 void cleanupFunc() {
     g_cleanups->push_back(99);
@@ -244,16 +285,24 @@ struct CountingAction : LoopAction {
     void perform() override { ++performed; }
 };
 
+// Stops the child with the text of the first check that failed; the parent expects none.
+void require(bool ok, const char* check) {
+    if (!ok) {
+        std::fprintf(stderr, "failed: %s\n", check);
+        std::_Exit(1);
+    }
+}
+
 void childRegistersConditionsAndActions() {
     static RegisteredCondition refuses(false);
     Svc_EventLoop early;
     early.setSleepFunc(noWait);
     static RegisteredCondition lateRefusal(false);
-    bool ok = !early.shouldExit();
+    require(!early.shouldExit(), "a registered condition that refuses holds the loop");
     refuses.can = true;
-    ok = ok && early.shouldExit(); // the late one is not seen by this loop
+    require(early.shouldExit(), "a condition registered after the loop is not seen by it");
     Svc_EventLoop later;
-    ok = ok && !later.shouldExit();
+    require(!later.shouldExit(), "a loop made later sees the later condition");
     int performed = 0;
     {
         CountingAction action;
@@ -261,12 +310,12 @@ void childRegistersConditionsAndActions() {
         performed = action.performed;
     }
     early.runOnce(); // the destroyed action left the list
-    ok = ok && performed == 1;
-    std::_Exit(ok ? 0 : 1);
+    require(performed == 1, "a registered action runs once per turn");
+    std::_Exit(0);
 }
 
 TEST(EventLoopRegistryDeathTest, LoopCopiesConditionsRegisteredBeforeItAndRunsRegisteredActions) {
-    EXPECT_EXIT(childRegistersConditionsAndActions(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(childRegistersConditionsAndActions(), testing::ExitedWithCode(0), "^$");
 }
 
 } // namespace

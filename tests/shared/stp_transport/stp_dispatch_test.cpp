@@ -565,6 +565,29 @@ TEST(StpChannels, HandshakeFinishesOnBothEndsWhicheverCreateComesFirst) {
     EXPECT_EQ(b->findChannel(20, 10), nullptr);
 }
 
+// Under the sanitizers, a wait that let its transport go would be a use after free.
+TEST(StpChannels, AWaitKeepsItsTransportWhileAHandlerDropsTheLastReference) {
+    STPTransport* a = nullptr;
+    STPTransport* b = nullptr;
+    ASSERT_TRUE(STPTransport::createPair(&a, &b));
+    TransportPtr holdB(b);
+    TurnAllRetryHandler retry({a, b});
+    STPChannel* cb = nullptr;
+    ScriptedRetry withPeer({a, b}, {[&] { cb = b->createChannel(20, 10, &retry); }});
+    STPChannel* ca = a->createChannel(10, 20, &withPeer);
+    ASSERT_NE(ca, nullptr);
+    ASSERT_NE(cb, nullptr);
+    size_t before = STPTransport::transportCount();
+    ScriptedRetry dropping({a, b}, {[&] {
+                               cb->startChannel(&retry);
+                               a->unref(); // the test's reference, the last but the wait's
+                           }});
+    EXPECT_TRUE(ca->startChannel(&dropping));
+    // a (and ca with it) ended as the call returned, not inside it.
+    EXPECT_EQ(STPTransport::transportCount(), before - 1);
+    delete cb;
+}
+
 TEST(StpChannels, CreateWithoutAPeerTimesOutAndLeavesNoChannel) {
     LoopbackPair pair;
     ASSERT_TRUE(pair.open());

@@ -1,40 +1,27 @@
 // Tests of the generated classes of the test protocols, both ends talking over loopback
 // connections: requests and replies, one-way messages, lists, nested records, raw arrays,
 // nested calls while the peer calls back, the log lines, and the ASCII wire text.
+#include "child_mode.h"
 #include "plat_process.h"
+#include "scratch_folder.h"
 #include "stp_log.h"
 #include "stp_test_ends.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <regex>
-#include <sstream>
 #include <string>
 
 using namespace stptest;
 
 namespace {
 
-std::string readAll(FILE* file) {
-    std::fflush(file);
-    std::rewind(file);
-    std::string out;
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, file)) > 0)
-        out.append(buf, n);
-    return out;
-}
-
 // A file log over a temporary file, read back whole.
 struct MemoryLog {
     FILE* file = std::tmpfile();
     STPFileLog log{file, true};
-    std::string text() { return readAll(file); }
+    std::string text() { return readStream(file); }
 };
 
 class BinaryConversationTest : public testing::Test {
@@ -229,7 +216,7 @@ TEST_F(BinaryConversationTest, TimestampedLogRecords) {
     uint32_t sum = 0;
     ASSERT_TRUE(c.client->Add(2, 3, &sum));
     c.client->setLogs(nullptr);
-    std::string text = readAll(file);
+    std::string text = readStream(file);
     EXPECT_TRUE(std::regex_match(text, std::regex("[0-9]+\\.[0-9]{3}: SEND: Add: a:0x2, b:0x3\n"
                                                   "[0-9]+\\.[0-9]{3}: RECV: Add: sum:0x5\n")))
         << text;
@@ -253,13 +240,6 @@ TEST_F(BinaryConversationTest, SendFailedLineOnABrokenConnection) {
 
 constexpr int32_t kChildDeadlineMs = 30000;
 
-std::string argValue(const char* prefix) {
-    for (const std::string& arg : ::testing::internal::GetArgvs())
-        if (arg.rfind(prefix, 0) == 0)
-            return arg.substr(std::strlen(prefix));
-    return "";
-}
-
 // The server end of the child: asking for the key "ask" makes it call its client back, once
 // with a request and once with a one-way message, from inside the handler.
 class ChildServer : public AsciiServer {
@@ -278,13 +258,13 @@ public:
 };
 
 TEST(AsciiServerChild, DISABLED_Run) {
-    uint16_t port = static_cast<uint16_t>(std::stoi(argValue("--stp-port=")));
+    uint16_t port = static_cast<uint16_t>(std::stoi(childArgument("stp-port")));
     STPTransport* transport = new STPTransport;
     ASSERT_TRUE(transport->connect("127.0.0.1", port));
     ChildServer* server = new ChildServer;
     server->attachTransport(transport);
     server->setRetryHandler(new TimeoutSTPRetryHandler(kChildDeadlineMs, transport));
-    STPFileLog log(std::fopen(argValue("--stp-log=").c_str(), "wb"), true);
+    STPFileLog log(std::fopen(childArgument("stp-log").c_str(), "wb"), true);
     server->setSendLog(&log);
     STPStatus status;
     EXPECT_TRUE(server->negotiate(server->getRetryHandler(), &status)) << status.message;
@@ -299,22 +279,13 @@ TEST(AsciiServerChild, DISABLED_Run) {
 class AsciiConversationTest : public testing::Test {
 protected:
     void SetUp() override {
-        logPath = std::filesystem::temp_directory_path() /
-                  ("stp_ascii_child_" + std::to_string(plat_current_process_id()) + ".log");
+        logPath = folder.at("child.log");
         uint16_t port = 0;
         plat_socket listenFd = STPTransport::getEphemeralListenSocket(&port);
         ASSERT_NE(listenFd, PLAT_INVALID_SOCKET);
-        char self[4096];
-        ASSERT_TRUE(plat_self_path(self, sizeof self));
-        std::string portArg = "--stp-port=" + std::to_string(port);
-        std::string logArg = "--stp-log=" + logPath.string();
-        const char* argv[] = {self,
-                              "--gtest_filter=AsciiServerChild.DISABLED_Run",
-                              "--gtest_also_run_disabled_tests",
-                              portArg.c_str(),
-                              logArg.c_str(),
-                              nullptr};
-        child = plat_spawn(argv, nullptr, nullptr);
+        child = startProgram(
+            childCommand("AsciiServerChild.DISABLED_Run",
+                         {"--stp-port=" + std::to_string(port), "--stp-log=" + logPath}));
         ASSERT_NE(child, nullptr);
         transport = new STPTransport;
         ASSERT_TRUE(transport->startListenOnFD(listenFd));
@@ -352,19 +323,14 @@ protected:
         if (child) {
             EXPECT_EQ(finish(), 0);
         }
-        std::filesystem::remove(logPath);
     }
-    std::string childLog() {
-        std::ifstream in(logPath, std::ios::binary);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
+    std::string childLog() { return readFile(logPath); }
 
     PlatProcess* child = nullptr;
     STPTransport* transport = nullptr;
     AsciiClient* client = nullptr;
-    std::filesystem::path logPath;
+    ScratchFolder folder;
+    std::string logPath;
     STPStatus status;
 };
 

@@ -6,6 +6,7 @@
 // the port given as extra arguments.
 #include "stp_transport.h"
 
+#include "child_mode.h"
 #include "plat_process.h"
 #include "stp_message.h"
 #include "stp_test_support.h"
@@ -31,27 +32,11 @@ unsigned char patternByte(size_t offset) {
     return static_cast<unsigned char>(static_cast<uint32_t>(offset) * 31u + 7u);
 }
 
-std::string argValue(const char* prefix) {
-    for (const std::string& arg : ::testing::internal::GetArgvs())
-        if (arg.rfind(prefix, 0) == 0)
-            return arg.substr(std::strlen(prefix));
-    return "";
-}
-
 // Starts the child in `mode` against `port` and returns its handle.
 PlatProcess* startChild(const std::string& mode, uint16_t port) {
-    char self[4096];
-    if (!plat_self_path(self, sizeof self))
-        return nullptr;
-    std::string modeArg = "--stp-child=" + mode;
-    std::string portArg = "--stp-port=" + std::to_string(port);
-    const char* argv[] = {self,
-                          "--gtest_filter=StpPeerChild.DISABLED_Run",
-                          "--gtest_also_run_disabled_tests",
-                          modeArg.c_str(),
-                          portArg.c_str(),
-                          nullptr};
-    return plat_spawn(argv, nullptr, nullptr);
+    return startProgram(
+        childCommand("StpPeerChild.DISABLED_Run",
+                     {"--stp-child=" + mode, "--stp-port=" + std::to_string(port)}));
 }
 
 int finishChild(PlatProcess* child) {
@@ -182,8 +167,8 @@ void runBigChild(uint16_t port, bool garbage) {
 }
 
 TEST(StpPeerChild, DISABLED_Run) {
-    std::string mode = argValue("--stp-child=");
-    uint16_t port = static_cast<uint16_t>(std::stoi(argValue("--stp-port=")));
+    std::string mode = childArgument("stp-child");
+    uint16_t port = static_cast<uint16_t>(std::stoi(childArgument("stp-port")));
     if (mode == "nesting")
         runNestingChild(port);
     else if (mode == "big")

@@ -14,21 +14,6 @@ using namespace stptest;
 
 namespace {
 
-TEST(STPRetryHandlerTest, TimeoutArithmetic) {
-    EXPECT_EQ(STPRetryHandler().getTimeoutMs(), -1);
-    EXPECT_EQ(STPRetryHandler(nullptr, -1).getTimeoutMs(), 15000);
-    EXPECT_EQ(STPRetryHandler(nullptr, 3).getTimeoutMs(), 45000);
-    EXPECT_EQ(STPRetryHandler(nullptr, 1000500).getTimeoutMs(), 500);
-    EXPECT_EQ(TimeoutSTPRetryHandler(500).getTimeoutMs(), 500);
-    EXPECT_EQ(TimeoutSTPRetryHandler(1).getTimeoutMs(), 1);
-    EXPECT_EQ(ServiceConnRetryHandler(nullptr, 2500).getTimeoutMs(), 2500);
-    IdleConnRetryHandler idle(nullptr, 500, 300);
-    EXPECT_EQ(idle.getTimeoutMs(), 500);
-    EXPECT_EQ(idle.getSliceMs(), 300);
-    EXPECT_EQ(VCRetryHandler(nullptr).getTimeoutMs64(), 300000);
-    EXPECT_EQ(VCRetryHandler(nullptr).getTimeoutMs(), -1) << "no tick-based limit";
-}
-
 TEST(STPRetryHandlerTest, NeedsAGoodTransport) {
     STPRetryHandler none;
     none.begin();

@@ -218,26 +218,6 @@ TEST(STPSpecClassNegotiateTest, AwaitTagsFailures) {
     EXPECT_STREQ(status.message, "[sendNegotiate]: virtual connection is down");
 }
 
-TEST(STPSpecClassNegotiateTest, IdenticalTablesGiveIdentityMaps) {
-    Conversation<TestClient, TestServer> c;
-    ASSERT_TRUE(c.open());
-    ASSERT_TRUE(c.negotiate());
-    for (STPSpecClass* spec : {static_cast<STPSpecClass*>(c.client), (STPSpecClass*)c.server}) {
-        const std::vector<int32_t>& map = spec->getTagMap();
-        ASSERT_EQ(map.size(), 25u);
-        for (size_t i = 0; i < map.size(); ++i)
-            EXPECT_EQ(map[i], static_cast<int32_t>(i)) << spec->getTagTable()[i];
-        const std::vector<STPMessageRow>& sent = spec->getSentTable();
-        for (size_t i = 0; i < sent.size(); ++i)
-            EXPECT_EQ(sent[i].id, sent[i].name[0] ? static_cast<int32_t>(i) : -1);
-        EXPECT_TRUE(spec->getExtraTable().empty());
-    }
-    EXPECT_STREQ(c.client->getPeerName(), "server");
-    EXPECT_STREQ(c.server->getPeerName(), "client");
-    // Flags of sent rows are the peer's: Progress is always delivered.
-    EXPECT_EQ(c.server->findPeerMessage("Progress")->flags, 0x12u);
-}
-
 TEST(STPSpecClassNegotiateTest, DifferentBuildsAgreeByName) {
     Conversation<TestClient, LeanServer> c;
     ASSERT_TRUE(c.open());
@@ -359,28 +339,6 @@ TEST(STPSpecClassSendTest, DroppingTheVirtualConnectionCallsTheHookOnce) {
     EXPECT_EQ(spec->downCalls, 1);
     EXPECT_TRUE(spec->isVirtualConnectionDown());
     EXPECT_TRUE(spec->isReceiveDown());
-}
-
-TEST(STPSpecClassSendTest, FixedRetryHandlerSurvivesAttach) {
-    RawPeer peer;
-    ASSERT_TRUE(peer.open());
-    TestClient* spec = new TestClient;
-    Unref<TestClient> hold{spec};
-    auto* defaultHandler = dynamic_cast<STPRetryHandler*>(spec->getRetryHandler());
-    ASSERT_NE(defaultHandler, nullptr);
-    EXPECT_EQ(defaultHandler->getTransport(), nullptr);
-    spec->attachTransport(peer.transport.get());
-    EXPECT_EQ(static_cast<STPRetryHandler*>(spec->getRetryHandler())->getTransport(),
-              peer.transport.get());
-    EXPECT_EQ(spec->getLocalRN(), 1u);
-    EXPECT_EQ(spec->getRemoteRN(), 2u);
-
-    RetryHandler* own = new TimeoutSTPRetryHandler(500);
-    spec->setRetryHandler(own);
-    spec->attachTransport(peer.transport.get(), 7, 9);
-    EXPECT_EQ(spec->getRetryHandler(), own);
-    EXPECT_EQ(spec->getLocalRN(), 7u);
-    EXPECT_EQ(spec->getRemoteRN(), 9u);
 }
 
 // ---- Receiving ----------------------------------------------------------------------------

@@ -122,35 +122,6 @@ TEST(STPStreamReference, ServiceListReadsBackAsAGeneratedReaderDoes) {
     EXPECT_EQ(s.findField(kCount), 0u); // the count lives inside the struct only
 }
 
-TEST(STPStreamBuffer, GrowsByTheRuleAndKeepsContentZeroFilled) {
-    STPStream s;
-    EXPECT_EQ(s.getCapacity(), 0);
-    s.putByte(0xab);
-    EXPECT_EQ(s.getCapacity(), 1 + 14);
-    s.putU32(5); // aligned to 4, fits
-    EXPECT_EQ(s.getCapacity(), 15);
-    s.seek(12);
-    s.putU32(0x01020304); // needs 4 more: 4 + 2 * 15
-    EXPECT_EQ(s.getCapacity(), 34);
-    EXPECT_EQ(s.tell(), 16);
-    const Bytes expected = {0xab, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0, 4, 3, 2, 1};
-    EXPECT_EQ(bytesOf(s), expected);
-    for (int32_t i = s.size(); i < s.getCapacity(); ++i)
-        EXPECT_EQ(s.data()[i], 0) << i;
-}
-
-TEST(STPStreamBuffer, SeekBeyondCapacityGrowsAndReturnsTheOldOffset) {
-    STPStream s(8);
-    s.putU32(5);
-    EXPECT_EQ(s.seek(40), 4);
-    EXPECT_GE(s.getCapacity(), 40);
-    EXPECT_EQ(s.size(), 4); // a seek alone adds no bytes
-    s.putByte(1);
-    EXPECT_EQ(s.size(), 41);
-    EXPECT_EQ(s.seek(-3), 41);
-    EXPECT_EQ(s.tell(), 0);
-}
-
 TEST(STPStreamBuffer, WritingToBorrowedBytesCopiesThemFirst) {
     const Bytes original = {0x24, 0x05, 0, 0, 9, 0, 0, 0};
     Bytes source = original;
@@ -164,16 +135,6 @@ TEST(STPStreamBuffer, WritingToBorrowedBytesCopiesThemFirst) {
     s.startReading();
     EXPECT_EQ(s.getInt32(5), 9);
     EXPECT_EQ(s.getInt32(6), 10);
-}
-
-TEST(STPStreamBuffer, HeaderWordsAtFixedOffsets) {
-    STPStream s;
-    s.setU32At(8, 0xdeadbeef);
-    EXPECT_EQ(s.size(), 12);
-    EXPECT_EQ(s.tell(), 0);
-    EXPECT_EQ(s.getU32At(8), 0xdeadbeefu);
-    EXPECT_EQ(s.getU32At(9), 0u); // would run past the bytes in hand
-    EXPECT_EQ(s.getU32At(-1), 0u);
 }
 
 TEST(STPStreamBinary, EveryValueClassRoundTrips) {

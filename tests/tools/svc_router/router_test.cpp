@@ -3,6 +3,11 @@
 // packets, drops and deaths, the small questions, and the rules of its end.
 #include "router_process.h"
 
+#include "stp_echo_listener.h"
+
+#include "child_mode.h"
+
+#include "plat_limits.h"
 #include "plat_socket.h"
 #include "stp_message.h"
 #include "stp_retryhandler.h"
@@ -11,7 +16,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <set>
+#include <sstream>
 
 namespace {
 
@@ -50,22 +58,6 @@ protected:
     Plugins plugins;
 };
 
-// Echoes every request of one virtual connection back as its reply.
-class EchoListener : public ResponseListener {
-public:
-    explicit EchoListener(STPTransport* t) : transport(t) {}
-    bool handle(STPMessage* m) override {
-        STPMessage* reply = transport->newReply(m->remoteRN, m->localRN, m->serial, 0);
-        reply->putRaw(m->data() + m->headerSize, m->dataSize);
-        transport->sendWithAttempts(reply, 2);
-        delete reply;
-        ++echoed;
-        return true;
-    }
-    STPTransport* transport;
-    int echoed = 0;
-};
-
 TEST_F(RouterTest, PluginsGetDistinctIdsAndRouteNumbersOutsideTheRouterPair) {
     TestPlugin* a = plugins.open(router.port, {"Alpha.One", "Alpha.Two"});
     TestPlugin* b = plugins.open(router.port, {"Beta.One"});
@@ -90,6 +82,78 @@ TEST_F(RouterTest, PluginsGetDistinctIdsAndRouteNumbersOutsideTheRouterPair) {
     EXPECT_TRUE(numbers.insert(reply.localRN).second);
     EXPECT_EQ(reply.serviceRN, b->getServiceRNs()[0]);
     EXPECT_EQ(reply.pluginId, b->getPluginId());
+}
+
+// Sends one one-way packet of `body` from `from` under (localRN, remoteRN).
+void sendRaw(TestPlugin* from, uint32_t localRN, uint32_t remoteRN, const char* body) {
+    STPTransport* t = from->getTransport();
+    STPMessage* m = t->newMessage(localRN, remoteRN, KIND_BINARY, 1, MSG_ONE_WAY);
+    m->putRaw(body);
+    t->sendMessage(m);
+    delete m;
+}
+
+// Counts what arrives under one key.
+struct CountingListener : ResponseListener {
+    int count = 0;
+    bool handle(STPMessage*) override {
+        ++count;
+        return true;
+    }
+};
+
+TEST_F(RouterTest, APluginReachesAnotherOnlyOnAConnectionItIsAnEndOf) {
+    TestPlugin* provider = plugins.open(router.port, {"Echo.Service"});
+    TestPlugin* client = plugins.open(router.port, {});
+    TestPlugin* intruder = plugins.open(router.port, {"Own.Service"});
+    TestPlugin::ConnectionReply reply;
+    ASSERT_TRUE(client->requestConnection("Echo.Service", {}, kWaitMs, &reply));
+    ASSERT_TRUE(reply.wasAccepted);
+    CountingListener asClient, madeUp;
+    provider->getTransport()->addListener(reply.localRN, reply.serviceRN, &asClient, KIND_BINARY);
+    provider->getTransport()->addListener(999, reply.serviceRN, &madeUp, KIND_BINARY);
+    // The intruder uses the client's numbers, a number of its own, and one of its own service.
+    sendRaw(intruder, reply.localRN, reply.serviceRN, "as the client");
+    sendRaw(intruder, 999, reply.serviceRN, "made up");
+    sendRaw(intruder, intruder->getServiceRNs()[0], reply.serviceRN, "from its own service");
+    std::string id = std::to_string(intruder->getPluginId());
+    std::string service = std::to_string(reply.serviceRN);
+    auto dropped = [&](uint32_t localRN) {
+        return router.log().find("plug-in " + id + ": packet " + std::to_string(localRN) + "-" +
+                                 service + " on no open connection of its own, dropped") !=
+               std::string::npos;
+    };
+    ASSERT_TRUE(plugins.group.pumpUntil(
+        [&] {
+            return dropped(reply.localRN) && dropped(999) && dropped(intruder->getServiceRNs()[0]);
+        },
+        kWaitMs))
+        << router.log();
+    sendRaw(client, reply.localRN, reply.serviceRN, "the client itself");
+    ASSERT_TRUE(plugins.group.pumpUntil([&] { return asClient.count > 0; }, kWaitMs));
+    EXPECT_EQ(asClient.count, 1);
+    EXPECT_EQ(madeUp.count, 0);
+    EXPECT_EQ(provider->getTransport()->unclaimedQueueSize(), 0u);
+    provider->getTransport()->removeListener(&asClient);
+    provider->getTransport()->removeListener(&madeUp);
+}
+
+TEST_F(RouterTest, ARegistrationWithoutRouteNumbersIsAnsweredEmpty) {
+    // More names than one block may hold: the router cannot give numbers for them.
+    std::vector<std::string> names;
+    for (uint32_t i = 0; i <= 65536; ++i)
+        names.push_back("S" + std::to_string(i));
+    TestPlugin* greedy = plugins.make();
+    std::string error;
+    ASSERT_TRUE(greedy->connect(router.port, kWaitMs, &error)) << error;
+    EXPECT_FALSE(greedy->open(names, kWaitMs, &error));
+    EXPECT_EQ(error, "the router gave no route numbers for the services");
+    EXPECT_NE(greedy->getPluginId(), 0xffffffffu);
+    EXPECT_TRUE(greedy->getServiceRNs().empty());
+    EXPECT_NE(router.log().find("no route numbers left for 65537 services"), std::string::npos);
+    // The router goes on serving.
+    TestPlugin* next = plugins.open(router.port, {"After.Greedy"});
+    EXPECT_EQ(next->getServiceRNs().size(), 1u);
 }
 
 TEST_F(RouterTest, UnknownServiceIsNotFound) {
@@ -140,7 +204,7 @@ TEST_F(RouterTest, PacketsOfAConnectionAreRelayedByRouteNumberBothWays) {
     TestPlugin::ConnectionReply reply;
     ASSERT_TRUE(client->requestConnection("Echo.Service", {}, kWaitMs, &reply));
     ASSERT_TRUE(reply.wasAccepted);
-    EchoListener echo(provider->getTransport());
+    StpEchoListener echo(provider->getTransport());
     // The client writes (its number, the service's); the provider hears it under that pair.
     provider->getTransport()->addListener(reply.localRN, reply.serviceRN, &echo, KIND_BINARY);
     for (int round = 0; round < 3; ++round) {
@@ -302,6 +366,150 @@ TEST_F(RouterTest, GarbageFromOnePluginClosesOnlyItsConnection) {
     (void)good;
 }
 
+// ---- Many peers ----
+
+// Raises this process's soft descriptor limit (which the router it starts inherits) to
+// `wanted` if it is lower; false when the hard limit does not allow that.
+bool haveDescriptors(uint64_t wanted) {
+    uint64_t soft = 0, hard = 0;
+    if (!plat_descriptor_limit(&soft, &hard))
+        return false;
+    return soft >= wanted || (hard >= wanted && plat_set_descriptor_limit(wanted));
+}
+
+TEST(RouterLoad, FiveHundredIdlePluginsGetTheirIdsAndTwoTalkingOnesAreServed) {
+    constexpr int kIdle = 500;
+    if (!haveDescriptors(2 * kIdle + 100))
+        GTEST_SKIP() << "the hard descriptor limit is below " << 2 * kIdle + 100;
+    ScratchFolder folder;
+    RouterProcess router;
+    ASSERT_TRUE(router.start(folder, {"-stay"})) << router.errors();
+    std::vector<TestPlugin*> idle;
+    std::set<uint32_t> ids;
+    for (int i = 0; i < kIdle; ++i) {
+        idle.push_back(new TestPlugin); // each in a group of its own, served only when it waits
+        std::string error;
+        ASSERT_TRUE(idle.back()->connect(router.port, kWaitMs, &error)) << i << ": " << error;
+        ASSERT_TRUE(idle.back()->open({}, kWaitMs, &error)) << i << ": " << error;
+        ids.insert(idle.back()->getPluginId());
+    }
+    EXPECT_EQ(ids.size(), static_cast<size_t>(kIdle));
+
+    Plugins talking;
+    TestPlugin* provider = talking.open(router.port, {"Echo.Service"});
+    TestPlugin* client = talking.open(router.port, {});
+    TestPlugin::ConnectionReply reply;
+    ASSERT_TRUE(client->requestConnection("Echo.Service", {}, kWaitMs, &reply));
+    ASSERT_TRUE(reply.wasAccepted);
+    StpEchoListener echo(provider->getTransport());
+    provider->getTransport()->addListener(reply.localRN, reply.serviceRN, &echo, KIND_BINARY);
+    for (int round = 0; round < 50; ++round) {
+        STPTransport* t = client->getTransport();
+        STPMessage* m =
+            t->newMessage(reply.localRN, reply.serviceRN, KIND_BINARY, 1, MSG_WANTS_REPLY);
+        m->putRaw("ping");
+        uint32_t serial = t->sendMessage(m);
+        delete m;
+        ASSERT_NE(serial, 0u);
+        ASSERT_TRUE(talking.group.pumpUntil(
+            [&] { return t->responseQueueSize() > 0 || t->isDisconnected(); }, kWaitMs))
+            << "round " << round;
+        delete t->awaitResponse(serial, nullptr);
+    }
+    EXPECT_EQ(echo.echoed, 50);
+    provider->getTransport()->removeListener(&echo);
+    EXPECT_EQ(router.log().find("no negotiation within"), std::string::npos);
+    for (TestPlugin* p : idle)
+        p->release();
+    EXPECT_TRUE(router.running()) << router.errors();
+}
+
+// The state of raw calls to the router: answered (the router's negotiation came), closed at
+// once, or neither yet.
+enum class Call { pending, answered, closed };
+
+std::vector<Call> classify(const std::vector<plat_socket>& calls, int32_t timeoutMs) {
+    std::vector<Call> state(calls.size(), Call::pending);
+    int32_t start = plat_tick_count();
+    while (plat_tick_diff(plat_tick_count(), start) < timeoutMs &&
+           std::count(state.begin(), state.end(), Call::pending) > 0) {
+        std::vector<PlatPollEntry> entries;
+        for (size_t i = 0; i < calls.size(); ++i)
+            if (state[i] == Call::pending)
+                entries.push_back(PlatPollEntry{calls[i], true});
+        plat_poll(entries.data(), entries.size(), 50);
+        for (const PlatPollEntry& e : entries) {
+            if (!e.readable)
+                continue;
+            size_t i = std::find(calls.begin(), calls.end(), e.fd) - calls.begin();
+            char bytes[256];
+            state[i] = plat_recv(e.fd, bytes, sizeof bytes) > 0 ? Call::answered : Call::closed;
+        }
+    }
+    return state;
+}
+
+std::vector<plat_socket> call(uint16_t port, int count) {
+    std::vector<plat_socket> calls;
+    for (int i = 0; i < count; ++i) {
+        plat_socket s = plat_tcp_socket();
+        EXPECT_TRUE(plat_connect(s, plat_loopback_address(), port));
+        calls.push_back(s);
+    }
+    return calls;
+}
+
+TEST(RouterLoad, OutOfDescriptorsNewCallsAreClosedAtOnceUntilSomeAreFree) {
+#if defined(__SANITIZE_ADDRESS__)
+    // The sanitizers' own checks need a descriptor (they probe memory through a pipe) and
+    // report false errors in a process that has none left.
+    GTEST_SKIP() << "not meaningful under the sanitizers";
+#endif
+    uint64_t soft = 0;
+    ASSERT_TRUE(plat_descriptor_limit(&soft, nullptr));
+    ScratchFolder folder;
+    RouterProcess router;
+    // The router starts under a limit of 32 descriptors; this process's own goes back at once.
+    ASSERT_TRUE(plat_set_descriptor_limit(32));
+    bool started = router.start(folder, {"-stay"});
+    plat_set_descriptor_limit(soft);
+    ASSERT_TRUE(started) << router.errors();
+
+    std::vector<plat_socket> calls = call(router.port, 60);
+    std::vector<Call> state = classify(calls, kWaitMs);
+    long answered = std::count(state.begin(), state.end(), Call::answered);
+    long closed = std::count(state.begin(), state.end(), Call::closed);
+    EXPECT_GE(answered, 10);
+    EXPECT_GE(closed, 10);
+    EXPECT_EQ(answered + closed, 60) << "calls left waiting: the router cannot take them";
+    std::string log = router.log();
+    EXPECT_NE(log.find("out of file descriptors (too many open files)"), std::string::npos) << log;
+
+    // Calls that end free descriptors, and the router takes new calls again.
+    int hungUp = 0;
+    for (size_t i = 0; i < calls.size(); ++i) {
+        if (state[i] == Call::answered && hungUp < 10) {
+            plat_close_socket(calls[i]);
+            calls[i] = PLAT_INVALID_SOCKET;
+            ++hungUp;
+        }
+    }
+    int32_t start = plat_tick_count();
+    while (router.log().find(" has gone") == std::string::npos &&
+           plat_tick_diff(plat_tick_count(), start) < 500)
+        plat_sleep_ms(10);
+    std::vector<plat_socket> more = call(router.port, 3);
+    std::vector<Call> later = classify(more, kWaitMs);
+    EXPECT_EQ(std::count(later.begin(), later.end(), Call::answered), 3);
+    EXPECT_NE(router.log().find("descriptors available again"), std::string::npos);
+    for (plat_socket s : calls)
+        if (s != PLAT_INVALID_SOCKET)
+            plat_close_socket(s);
+    for (plat_socket s : more)
+        plat_close_socket(s);
+    EXPECT_TRUE(router.running()) << router.errors();
+}
+
 // ---- The router's end, without -stay ----
 
 TEST(RouterEnd, EndsWhenTheLastPluginHasGone) {
@@ -317,9 +525,20 @@ TEST(RouterEnd, EndsWhenTheLastPluginHasGone) {
     EXPECT_EQ(router.wait(kWaitMs), 0) << router.errors();
     std::string log = router.log();
     EXPECT_NE(log.find("plug-in 1 asks to disconnect"), std::string::npos) << log;
-    EXPECT_NE(log.find("RECV: RegisterServiceList: name_list:{count:0x1 data:\"A.One\", }"),
+    EXPECT_NE(log.find("plug-in 1: RECV: RegisterServiceList: name_list:{count:0x1 "
+                       "data:\"A.One\", }"),
               std::string::npos)
         << log;
+    // Every message line names its plug-in.
+    std::istringstream lines(log);
+    int messages = 0;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("RECV: ") == std::string::npos && line.find("SEND: ") == std::string::npos)
+            continue;
+        ++messages;
+        EXPECT_NE(line.find(": plug-in "), std::string::npos) << line;
+    }
+    EXPECT_GE(messages, 4);
 }
 
 TEST(RouterEnd, IdleLimitEndsARouterThatNobodyCalled) {
@@ -362,6 +581,55 @@ TEST(RouterEnd, ConnectsBackToItsLauncherAndServesItAsAPlugin) {
     EXPECT_EQ(launcher->getServiceRNs().size(), 1u);
     ASSERT_TRUE(launcher->disconnect(kWaitMs));
     EXPECT_EQ(router.wait(kWaitMs), 0) << router.errors();
+}
+
+// A launched plug-in gets the standard streams, not the router's log, listening socket or
+// spare descriptor.
+TEST(RouterEnd, LaunchedPluginsInheritOnlyTheStandardStreams) {
+    std::vector<int> inherited = openDescriptors(); // what the router gets from this process
+    ScratchFolder folder;
+    std::string list = folder.at("fds.txt");
+    std::vector<std::string> args{"-plugin"};
+    for (const std::string& word :
+         childCommand("RouterChild.DISABLED_ListDescriptors", {"--fd-list=" + list})) {
+        args.push_back(word);
+        args.push_back("-plugin_arg");
+    }
+    args.pop_back();
+    RouterProcess router;
+    ASSERT_TRUE(router.start(folder, args)) << router.errors();
+    EXPECT_EQ(router.wait(kWaitMs), 0) << router.errors();
+    EXPECT_EQ(leakedDescriptors(list, inherited), std::vector<int>{});
+}
+
+// A plug-in starts in its own working directory; one that cannot be entered is reported.
+TEST(RouterEnd, LaunchedPluginsStartInTheirWorkingDirectory) {
+    ScratchFolder folder;
+    std::filesystem::create_directory(folder.at("work"));
+    std::string cwdFile = folder.at("cwd.txt");
+    std::vector<std::string> words =
+        childCommand("RouterChild.DISABLED_WriteCwd", {"--cwd-file=" + cwdFile});
+    std::vector<std::string> args{"-plugin", words[0]};
+    for (size_t i = 1; i < words.size(); ++i)
+        args.insert(args.end(), {"-plugin_arg", words[i]});
+    args.insert(args.end(), {"-plugin_dir", folder.at("work"), "-plugin", "true", "-plugin_dir",
+                             folder.at("missing")});
+    RouterProcess router;
+    ASSERT_TRUE(router.start(folder, args)) << router.errors();
+    EXPECT_EQ(router.wait(kWaitMs), 2) << router.errors();
+    EXPECT_EQ(readFile(cwdFile), folder.at("work"));
+    EXPECT_NE(router.errors().find("could not start true: cannot enter the working directory " +
+                                   folder.at("missing")),
+              std::string::npos)
+        << router.errors();
+}
+
+TEST(RouterChild, DISABLED_WriteCwd) {
+    writeFile(childArgument("cwd-file"), std::filesystem::current_path().string());
+}
+
+TEST(RouterChild, DISABLED_ListDescriptors) {
+    writeOpenDescriptors(childArgument("fd-list"));
 }
 
 TEST(RouterEnd, BadCommandLineEndsWithCode1) {

@@ -12,7 +12,8 @@
 #include <ctime>
 
 namespace {
-// The assertions of main report this file and these lines, as the process always has.
+// The assertions of main report this file and these lines. The tools that read the service's
+// reports match a failure by its file and line, so these stay fixed when the code moves.
 constexpr const char* kSourceFile = "../src/services/versioncontrol/cvsservice/cvsservice.cpp";
 constexpr int kSetupAssertLine = 60;
 constexpr int kExitFuncAssertLine = 67;

@@ -6,15 +6,13 @@
 #include "plat_files.h"
 #include "plat_process.h"
 #include "plat_socket.h"
+#include "scratch_folder.h"
 #include "stp_retryhandler.h"
 #include "stp_transport.h"
 #include "versioncontrol_client_impl.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -41,8 +39,7 @@ protected:
                                              false, false, 0, 0xffffffffu, nullptr,
                                              router->lastClientCookie);
         };
-        errPath = testing::TempDir() + "cvsservice_router_test_" +
-                  std::to_string(plat_current_process_id()) + ".err";
+        errPath = folder.at("cvsservice.err");
         int errFd = plat_open(errPath.c_str(), PLAT_O_WRONLY | PLAT_O_CREAT | PLAT_O_TRUNC, 0644);
         ASSERT_GE(errFd, 0);
         std::string port = std::to_string(router->port());
@@ -61,7 +58,6 @@ protected:
             plat_close_process(child);
         }
         router->unref();
-        std::remove(errPath.c_str());
     }
 
     // The router's half of the opening: tables both ways, then the plug-in id once the empty
@@ -84,13 +80,9 @@ protected:
         plat_process_exit_code(child, &code);
         return code;
     }
-    std::string errText() {
-        std::ifstream in(errPath);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
+    std::string errText() { return readFile(errPath); }
 
+    ScratchFolder folder;
     FakeRouter* router = nullptr;
     PlatProcess* child = nullptr;
     std::string errPath;
