@@ -137,7 +137,9 @@ void CVS_VersionControl_Server::CheckOutFiles(const StringList& filenames, char*
 }
 
 // Group by group, the working files of the group are deleted and then `cvs remove`d; the files
-// of a later group stay untouched until their group runs. The first failure ends the batch.
+// of a later group stay untouched until their group runs. The first failure ends the batch. A
+// file is deleted by its full path, so that a root that can't be entered never costs a file of
+// the same name in the directory the process happens to be in.
 void CVS_VersionControl_Server::RemoveFiles(const StringList& filenames, char** error_string) {
     StringPool pool;
     std::vector<const char*> files = resolvedFiles(this, &entries, filenames, &pool);
@@ -145,7 +147,7 @@ void CVS_VersionControl_Server::RemoveFiles(const StringList& filenames, char** 
     while (const char* root = pool.add(nextCVSGroup(&group, &files))) {
         DirectoryChanger changer(root);
         for (const char* name : group) {
-            if (gen_unlink(name) != 0) {
+            if (gen_unlink(pool.add(gen_concat3(root, "/", name))) != 0) {
                 *error_string = gen_asprintf("Error: Unable to delete file %s.", name);
                 return;
             }

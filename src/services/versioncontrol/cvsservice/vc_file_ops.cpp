@@ -72,9 +72,10 @@ void updateOneFile(STPSpecClass* connection, EntriesCache* entries, const char* 
         *error_string = gen_concat2(lead, kNoFileName);
         return;
     }
-    // Whether the delete worked is not looked at: what cvs says decides.
+    // Whether the delete worked is not looked at: what cvs says decides. The full path makes sure
+    // that nothing but this file goes, even where its directory could not be entered.
     if (deleteFirst)
-        gen_force_unlink(file.base);
+        gen_force_unlink(file.path);
     StringPool pool;
     Run run = runLine(cvsFileLine(" -Q update ", file.base), &pool);
     if (!run.clean())

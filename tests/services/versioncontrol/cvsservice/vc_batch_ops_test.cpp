@@ -254,6 +254,11 @@ TEST_F(BatchOps, RemoveDeletesOnlyTheFilesOfTheGroupsItRuns) {
     EXPECT_TRUE(std::filesystem::exists(wc1 + "/a.c"));
     EXPECT_EQ(runs().size(), 1u);
 
+    // A directory that does not exist costs no file of that name where the service works.
+    writeFile(at("service/a.c"), "not to be lost\n");
+    EXPECT_EQ(remove({at("nowhere/a.c")}), "Error: Unable to delete file a.c.");
+    EXPECT_EQ(readFile(at("service/a.c")), "not to be lost\n");
+
     // Empty lists run nothing and answer with success; a commit still makes its comment file
     // and deletes it.
     for (auto& call : std::vector<std::function<std::string()>>{

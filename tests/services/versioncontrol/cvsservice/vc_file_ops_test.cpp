@@ -189,6 +189,11 @@ TEST_P(FileOps, UpdatesOfOneFileAndTheOneThatThrowsTheWorkingFileAway) {
     EXPECT_EQ(readFile(wc + "/sub/b.c"), "b here\n");
     EXPECT_EQ(readFile(wc + "/notes.txt"), "mine\n");
     EXPECT_TRUE(checkOut("wc/sub/b.c").starts_with("Unable to update file. CVS reported:\n"));
+
+    // A directory that does not exist costs no file of that name where the service works.
+    writeFile(at("service/b.c"), "not to be lost\n");
+    uncheck(at("nowhere/b.c"));
+    EXPECT_EQ(readFile(at("service/b.c")), "not to be lost\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Roots, FileOps, testing::Values(CvsRootKind::local, CvsRootKind::fork),

@@ -3,7 +3,8 @@
 // configuration folder) is a script in the scratch folder. The script logs every run with its
 // directory and arguments, and then either hands the run to the real cvs client or, when the
 // test has chosen a mode, misbehaves as cvs does on demand only: it waits for a lock, dies, hangs
-// or prints remarks in the older wording. Comment files go to the scratch folder's "tmp".
+// or prints remarks in the older wording. Comment files go to the scratch folder's "tmp"; the
+// service's own directory is "service".
 #pragma once
 
 #include "cvs_repo.h"
@@ -33,7 +34,13 @@ protected:
                       "\"\nVersctrl_CVSTimeLimit: " + std::to_string(timeLimitSeconds()) + "\n");
         setenv("XDG_CONFIG_HOME", at("config").c_str(), 1);
         setenv("TMP", at("tmp").c_str(), 1);
-        ASSERT_TRUE(session.start(folder)) << session.error();
+        // The service works in "service" (the router's directory when it starts).
+        std::filesystem::create_directories(at("service"));
+        std::filesystem::path here = std::filesystem::current_path();
+        std::filesystem::current_path(at("service"));
+        bool started = session.start(folder);
+        std::filesystem::current_path(here);
+        ASSERT_TRUE(started) << session.error();
         vc = session.connectVersionControl(folder.root());
         ASSERT_NE(vc, nullptr) << session.error();
     }
