@@ -81,17 +81,8 @@ TEST_P(FileOps, UnremoveFilesGivesTheVersionsThatCameBack) {
 
 TEST_P(FileOps, PlaceFileUnderVCAddsAndCommitsAndKeepsAFailedCommitsMessage) {
     writeFile(wc + "/new.c", "new\n");
-    writeFile(wc + "/forced.c", "forced\n");
-    EXPECT_EQ(place("wc/new.c", "placed\n"), "(absent)");
-    std::vector<std::string> plain = runs();
-    EXPECT_EQ(place("wc/forced.c", nullptr, true), "(absent)");
-    std::vector<std::string> forced = runs();
-    ASSERT_EQ(plain.size(), 2u);
-    ASSERT_EQ(forced.size(), 2u);
-    EXPECT_TRUE(plain[0].ends_with("|-Q add new.c")) << plain[0];
-    EXPECT_TRUE(forced[0].ends_with("|-Q add forced.c")) << forced[0];
+    EXPECT_EQ(place("wc/new.c", nullptr), "(absent)");
     EXPECT_TRUE(contains(entries(), "/new.c/1.1/"));
-    EXPECT_TRUE(contains(entries(), "/forced.c/1.1/"));
     EXPECT_TRUE(commentFiles().empty());
 
     EXPECT_EQ(place("wc/nowhere.c", "x\n"),
@@ -152,10 +143,10 @@ TEST_P(FileOps, CheckInFileKeepsTheMessageOfEveryFailedCheckIn) {
 
 TEST_P(FileOps, UpdatesOfOneFileAndTheOneThatThrowsTheWorkingFileAway) {
     changeElsewhere("a.c", "1\ntwo\n3\n4\n");
-    EXPECT_EQ(checkOut("wc/a.c"), "(absent)");
+    EXPECT_EQ(updateOne(Update::checkOut, "wc/a.c"), "(absent)");
     EXPECT_EQ(readFile(wc + "/a.c"), "1\ntwo\n3\n4\n");
     changeElsewhere("sub/b.c", "b from elsewhere\n");
-    EXPECT_EQ(getFile("wc/sub/b.c"), "(absent)");
+    EXPECT_EQ(updateOne(Update::get, "wc/sub/b.c"), "(absent)");
     EXPECT_EQ(readFile(wc + "/sub/b.c"), "b from elsewhere\n");
     EXPECT_EQ(runs(), (std::vector<std::string>{
                           std::filesystem::canonical(wc).string() + "|-Q update a.c",
@@ -164,7 +155,7 @@ TEST_P(FileOps, UpdatesOfOneFileAndTheOneThatThrowsTheWorkingFileAway) {
     // A conflict prints on the error stream: a failure here, unlike in a batch update.
     change(wc + "/a.c", "1\ntwo here\n3\n4\n");
     changeElsewhere("a.c", "1\ntwo there\n3\n4\n");
-    std::string error = getFile("wc/a.c");
+    std::string error = updateOne(Update::get, "wc/a.c");
     EXPECT_TRUE(error.starts_with("Unable to get file from CVS repository. CVS reported:\n"
                                   "rcsmerge: warning: conflicts during merge\n"
                                   "cvs update: conflicts found in a.c\n"))
@@ -174,25 +165,26 @@ TEST_P(FileOps, UpdatesOfOneFileAndTheOneThatThrowsTheWorkingFileAway) {
     std::filesystem::permissions(wc + "/a.c", std::filesystem::perms::owner_read);
     change(wc + "/sub/b.c", "b here\n");
     writeFile(wc + "/notes.txt", "mine\n");
-    EXPECT_EQ(uncheck("wc/a.c"), "(absent)");
+    EXPECT_EQ(updateOne(Update::uncheck, "wc/a.c"), "(absent)");
     EXPECT_EQ(readFile(wc + "/a.c"), "1\ntwo there\n3\n4\n");
     EXPECT_EQ(readFile(wc + "/sub/b.c"), "b here\n");
     EXPECT_EQ(readFile(wc + "/notes.txt"), "mine\n");
 
     std::filesystem::remove_all(repo.path());
     std::string failed = repo.cvs(wc, {"-Q", "update", "nowhere.c"}).err;
-    error = uncheck("wc/a.c");
+    error = updateOne(Update::uncheck, "wc/a.c");
     EXPECT_EQ(error, "Unable to get new file from CVS, but your old file was deleted.\nCVS "
                      "reported:\n" +
                          failed);
     EXPECT_FALSE(std::filesystem::exists(wc + "/a.c"));
     EXPECT_EQ(readFile(wc + "/sub/b.c"), "b here\n");
     EXPECT_EQ(readFile(wc + "/notes.txt"), "mine\n");
-    EXPECT_TRUE(checkOut("wc/sub/b.c").starts_with("Unable to update file. CVS reported:\n"));
+    EXPECT_TRUE(updateOne(Update::checkOut, "wc/sub/b.c")
+                    .starts_with("Unable to update file. CVS reported:\n"));
 
     // A directory that does not exist costs no file of that name where the service works.
     writeFile(at("service/b.c"), "not to be lost\n");
-    uncheck(at("nowhere/b.c"));
+    updateOne(Update::uncheck, at("nowhere/b.c"));
     EXPECT_EQ(readFile(at("service/b.c")), "not to be lost\n");
 }
 

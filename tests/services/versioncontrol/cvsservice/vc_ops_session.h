@@ -29,9 +29,9 @@ protected:
         ASSERT_FALSE(realCvs.empty());
         std::filesystem::create_directories(at("tmp"));
         writeExecutable(cvsPath(), fakeCvs(realCvs));
+        // A cvs run that hangs ends within a minute.
         writeFile(at("config/ORT/ort.cfg"),
-                  "Versctrl_CVSPath: \"" + cvsPath() +
-                      "\"\nVersctrl_CVSTimeLimit: " + std::to_string(timeLimitSeconds()) + "\n");
+                  "Versctrl_CVSPath: \"" + cvsPath() + "\"\nVersctrl_CVSTimeLimit: 60\n");
         setenv("XDG_CONFIG_HOME", at("config").c_str(), 1);
         setenv("TMP", at("tmp").c_str(), 1);
         // The service works in "service" (the router's directory when it starts).
@@ -45,13 +45,11 @@ protected:
         ASSERT_NE(vc, nullptr) << session.error();
     }
 
-    virtual int timeLimitSeconds() const { return 300; }
-
     std::string at(const std::string& name) const { return folder.at(name); }
     std::string cvsPath() const { return at("bin/cvs"); }
 
-    // What the script does on its next runs: "" hands them to cvs; "kill" kills itself; "sleep"
-    // hangs; "lockwait" and "oldlockwait" print the remarks of a wait for a lock first (in the
+    // What the script does on its next runs: "" hands them to cvs; "kill" kills itself;
+    // "lockwait" and "oldlockwait" print the remarks of a wait for a lock first (in the
     // wording of cvs 1.12 or in the older one, with the older check-in report); "resurrect"
     // prints the older remark of `cvs add` that brings a file back, as version 1.4; "updating"
     // prints "cvs server: Updating ." first. With a `directory`, only runs in that directory
@@ -155,24 +153,19 @@ protected:
             return sent;
         });
     }
-    std::string place(const std::string& name, const char* comments, bool forced = false) {
+    std::string place(const std::string& name, const char* comments) {
         return one([&](char** e, RetryHandler* r, STPStatus* s) {
-            return vc->PlaceFileUnderVC(name.c_str(), forced, comments, e, r, s);
+            return vc->PlaceFileUnderVC(name.c_str(), false, comments, e, r, s);
         });
     }
-    std::string checkOut(const std::string& name) {
+    // CheckOutFile, GetFile or UncheckFile of `name`.
+    enum class Update { checkOut, get, uncheck };
+    std::string updateOne(Update which, const std::string& name) {
         return one([&](char** e, RetryHandler* r, STPStatus* s) {
-            return vc->CheckOutFile("log", name.c_str(), e, r, s);
-        });
-    }
-    std::string getFile(const std::string& name) {
-        return one([&](char** e, RetryHandler* r, STPStatus* s) {
-            return vc->GetFile(name.c_str(), e, r, s);
-        });
-    }
-    std::string uncheck(const std::string& name) {
-        return one([&](char** e, RetryHandler* r, STPStatus* s) {
-            return vc->UncheckFile("log", name.c_str(), e, r, s);
+            const char* n = name.c_str();
+            return which == Update::get        ? vc->GetFile(n, e, r, s)
+                   : which == Update::checkOut ? vc->CheckOutFile("log", n, e, r, s)
+                                               : vc->UncheckFile("log", n, e, r, s);
         });
     }
 
@@ -200,7 +193,6 @@ private:
                "case \"$m\" in *' '*) [ \"$(pwd -P)\" = \"${m#* }\" ] && m=${m%% *} || m= ;; esac\n"
                "case \"$m\" in\n"
                "kill) kill -9 $$ ;;\n"
-               "sleep) exec sleep 30 ;;\n"
                "lockwait)\n"
                "  echo \"cvs commit: [10:00:00] waiting for dev's lock in /repo/m\" >&2\n"
                "  echo \"cvs commit: [10:00:30] obtained lock in /repo/m\" >&2 ;;\n"
