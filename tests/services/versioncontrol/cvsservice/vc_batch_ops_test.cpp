@@ -242,7 +242,7 @@ TEST_F(BatchOps, RemoveDeletesOnlyTheFilesOfTheGroupsItRuns) {
     EXPECT_TRUE(runs().empty());
 
     // A group whose `cvs remove` fails ends the batch; its files are gone, later ones stay.
-    one.run(wc1, {"-Q", "update", "a.c"});
+    ASSERT_TRUE(one.run(wc1, {"-Q", "update", "a.c"})) << one.lastError();
     std::filesystem::remove_all(two.path());
     std::string failed = cvsSays(two, wc2, {"-Q", "remove", "nowhere.c"});
     EXPECT_EQ(remove({"wc2/c.c", "wc1/a.c"}),
