@@ -11,13 +11,13 @@
 namespace {
 constexpr int kLineGrowth = 250;
 
-// Whether `path` (separators as `/` or `\`) names a root that needs its separator: "c:" or
-// "//server/share" without anything behind.
+// Whether `path` (separators as gen_is_path_separator tells) names a root that needs its
+// separator: "c:" (not with POSIX paths) or "//server/share" without anything behind.
 bool isBareRoot(const char* path) {
     size_t n = std::strlen(path);
-    if (n == 2 && path[1] == ':')
+    if (n == 2 && path[1] == ':' && !gen_posix_paths())
         return true;
-    auto sep = [](char c) { return c == '/' || c == '\\'; };
+    auto sep = gen_is_path_separator;
     if (n < 3 || !sep(path[0]) || !sep(path[1]) || sep(path[2]))
         return false;
     int separators = 0;
@@ -86,7 +86,8 @@ int gen_is_directory(const char* path) {
     } else {
         probe = gen_strdup(path);
         size_t n = std::strlen(probe);
-        while (n > 1 && (probe[n - 1] == '/' || probe[n - 1] == '\\') && probe[n - 2] != ':')
+        while (n > 1 && gen_is_path_separator(probe[n - 1]) &&
+               (probe[n - 2] != ':' || gen_posix_paths()))
             probe[--n] = '\0';
     }
     PlatFileStatus status;
@@ -173,7 +174,7 @@ int gen_mkdir_parents(const char* path, int mode) {
         return 0;
     char* copy = gen_strdup(path);
     size_t n = std::strlen(copy);
-    while (n > 1 && (copy[n - 1] == '/' || copy[n - 1] == '\\'))
+    while (n > 1 && gen_is_path_separator(copy[n - 1]))
         copy[--n] = '\0';
     char* parent = gen_dirname(copy);
     int result = 0;

@@ -12,16 +12,17 @@
 
 namespace {
 char g_separator = '/';
+bool g_posix = false;
 char g_cwd[4096]; // the current directory cache; empty when stale
 
 bool isSeparator(char c) {
-    return c == '/' || c == '\\';
+    return c == '/' || (c == '\\' && !g_posix);
 }
 bool isLetter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 bool endsComponent(char c) {
-    return isSeparator(c) || c == ':';
+    return isSeparator(c) || (c == ':' && !g_posix);
 }
 
 const char* lastComponentStart(const char* path) {
@@ -62,7 +63,19 @@ bool gen_set_path_separator(char separator) {
 }
 
 char gen_path_separator() {
-    return g_separator;
+    return g_posix ? '/' : g_separator;
+}
+
+void gen_set_posix_paths(bool on) {
+    g_posix = on;
+}
+
+bool gen_posix_paths() {
+    return g_posix;
+}
+
+bool gen_is_path_separator(char c) {
+    return isSeparator(c);
 }
 
 const char* gen_basename(const char* path) {
@@ -78,13 +91,15 @@ char* gen_dirname(const char* path) {
             last = p;
     if (!last)
         return nullptr;
-    bool keep = *last == ':' || last == path || last[-1] == ':';
+    bool keep = last == path || (!g_posix && (*last == ':' || last[-1] == ':'));
     return gen_strndup(path, static_cast<int>(last - path) + (keep ? 1 : 0));
 }
 
 bool gen_is_absolute(const char* path) {
     if (!path || !*path)
         return false;
+    if (g_posix)
+        return path[0] == '/';
     return isSeparator(path[0]) || path[0] == '~' || path[1] == ':';
 }
 
@@ -92,9 +107,10 @@ void gen_path_normalise(char* path) {
     if (!path || !*path)
         return;
     size_t length = std::strlen(path);
-    for (size_t i = 0; i < length; ++i)
-        if (path[i] == '\\')
-            path[i] = '/';
+    if (!g_posix)
+        for (size_t i = 0; i < length; ++i)
+            if (path[i] == '\\')
+                path[i] = '/';
 
     std::string prefix;
     size_t i = 0;
@@ -104,7 +120,7 @@ void gen_path_normalise(char* path) {
         while (path[i] && path[i] != '/')
             ++i;
         prefix.assign(path, i);
-    } else if (isLetter(path[0]) && path[1] == ':') {
+    } else if (!g_posix && isLetter(path[0]) && path[1] == ':') {
         prefix.push_back(static_cast<char>(path[0] & ~0x20));
         prefix.push_back(':');
         i = 2;
@@ -146,7 +162,7 @@ void gen_path_normalise(char* path) {
         result.push_back('/');
     if (result.empty() || (!rooted && parts.empty() && result == "./"))
         result = ".";
-    if (g_separator == '\\')
+    if (gen_path_separator() == '\\')
         for (char& c : result)
             if (c == '/')
                 c = '\\';
@@ -159,7 +175,7 @@ char* gen_path_join(const char* dir, const char* name) {
     if (!dir || !*dir || gen_is_absolute(name))
         return gen_strdup(name);
     size_t n = std::strlen(dir);
-    char separator[2] = {g_separator, '\0'};
+    char separator[2] = {gen_path_separator(), '\0'};
     char* joined = gen_concat3(dir, endsComponent(dir[n - 1]) ? "" : separator, name);
     gen_path_normalise(joined);
     return joined;

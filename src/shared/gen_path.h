@@ -8,6 +8,16 @@
 bool gen_set_path_separator(char separator);
 char gen_path_separator();
 
+// POSIX paths, off at start. When on, only `/` separates components: `\` and `:` are bytes of
+// a name, there are no drive letters, and only a path that begins with `/` is absolute. A
+// process whose peers send paths of this system turns it on, so that a file name such as
+// `a\b` or `x:y` names one file instead of a path. Paths built while it is on use `/`.
+void gen_set_posix_paths(bool on);
+bool gen_posix_paths();
+// Whether `c` separates components under the rules in force (`/`, and `\` unless POSIX paths
+// are on).
+bool gen_is_path_separator(char c);
+
 // Pointer into `path` behind the last separator or `:`; all of `path` if there is none; null
 // for null.
 const char* gen_basename(const char* path);
@@ -15,7 +25,8 @@ const char* gen_basename(const char* path);
 // follows a `:`, and a `:` always stays ("c:\x" gives "c:\", "\x" gives "\", "c:x" gives
 // "c:"). Null when there is no separator, or for null.
 char* gen_dirname(const char* path);
-// Begins with `/`, `\` or `~`, or has a `:` as its second byte. False for null or empty.
+// Begins with `/`, `\` or `~`, or has a `:` as its second byte (with POSIX paths: begins with
+// `/`). False for null or empty.
 bool gen_is_absolute(const char* path);
 
 // Normalises in place: separators to `/`; a `//server` start kept and a drive letter made upper

@@ -1,6 +1,7 @@
 // Files and listings on real files in a temporary folder.
 #include "gen_file.h"
 
+#include "gen_path.h"
 #include "gen_viewpath.h"
 #include "indgen.h"
 #include "scratch_folder.h"
@@ -103,6 +104,15 @@ TEST_F(GenFileTest, StatExistsAndDirectories) {
     EXPECT_EQ(gen_is_directory("/"), 1);
     EXPECT_EQ(gen_is_directory(""), 0);
     EXPECT_EQ(gen_is_directory(nullptr), 0);
+
+    // With POSIX paths a trailing backslash is part of the directory's name.
+    std::filesystem::create_directory(at("d\\"));
+    EXPECT_EQ(gen_is_directory(at("d\\").c_str()), 0); // looked for as "d"
+    gen_set_posix_paths(true);
+    EXPECT_EQ(gen_is_directory(at("d\\").c_str()), 1);
+    EXPECT_EQ(gen_mkdir_parents(at("e\\/f\\").c_str(), 0755), 0);
+    gen_set_posix_paths(false);
+    EXPECT_TRUE(std::filesystem::is_directory(at("e\\/f\\")));
 }
 
 TEST_F(GenFileTest, UnlinkAndForceUnlink) {

@@ -188,6 +188,32 @@ TEST(GenPathSeparator, OnlySlashAndBackslash) {
     EXPECT_EQ(take(gen_path_join3("a", "b", "/c")), "/c");
 }
 
+// With POSIX paths a backslash and a colon are bytes of a name, and only `/` roots a path.
+TEST(GenPathPosix, BackslashAndColonAreBytesOfNames) {
+    gen_set_posix_paths(true);
+    {
+        SeparatorGuard guard('\\'); // ignored while POSIX paths are on
+        EXPECT_EQ(gen_path_separator(), '/');
+        EXPECT_EQ(take(gen_path_join("/w", "x")), "/w/x");
+    }
+    EXPECT_EQ(take(gen_dirname("/w/a\\b")), "/w");
+    EXPECT_STREQ(gen_basename("/w/a\\b"), "a\\b");
+    EXPECT_STREQ(gen_basename("x:y"), "x:y");
+    EXPECT_EQ(take(gen_dirname("c:\\x")), "<null>");
+    EXPECT_EQ(take(gen_dirname("/x")), "/");
+    for (const char* path : {"\\x", "~", "c:", "D:\\y"})
+        EXPECT_FALSE(gen_is_absolute(path)) << path;
+    EXPECT_TRUE(gen_is_absolute("/x"));
+    EXPECT_EQ(take(gen_path_join("/w", "it's\\ a:b")), "/w/it's\\ a:b");
+    EXPECT_EQ(take(gen_path_join("/w/", "c:\\x/../y")), "/w/y");
+    EXPECT_EQ(take(gen_path_join3("/w", "d\\", "f")), "/w/d\\/f");
+    EXPECT_TRUE(gen_is_path_separator('/'));
+    EXPECT_FALSE(gen_is_path_separator('\\'));
+    gen_set_posix_paths(false);
+    EXPECT_TRUE(gen_is_path_separator('\\'));
+    EXPECT_EQ(take(gen_path_join("/w", "a\\b")), "/w/a/b");
+}
+
 TEST(GenPathCwd, AbspathJoinsRelativePathsToTheCachedDirectory) {
     std::string cwd = std::filesystem::current_path().string();
     EXPECT_EQ(std::string(gen_getcwd()), cwd);

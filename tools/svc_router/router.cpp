@@ -4,6 +4,7 @@
 #include "plat_time.h"
 #include "plugin_connection.h"
 #include "stp_log.h"
+#include "stp_transport.h"
 
 #include <cstdarg>
 #include <vector>
@@ -17,6 +18,28 @@ constexpr const char* kRouterHost = "127.0.0.1";
 // The numbers of every plug-in's own connection to the router: the plug-in's end and ours.
 constexpr uint32_t kPluginRN = 2;
 constexpr uint32_t kRouterRN = 1;
+
+// A message the router sends to one plug-in because of a message of another belongs to that
+// message's call tree: it carries its origin and stands one level below it. A plug-in that waits
+// strictly for the reply of the call that led here then handles it at once; with a stamp of the
+// router's own it would hold it back until the wait ended, which needs this very message.
+class InCallTreeOf {
+public:
+    InCallTreeOf(PluginConnection* from, PluginConnection* to) : to_(to->getTransport()) {
+        STPStamp stamp = from->getTransport()->currentStamp();
+        to_->ref();
+        to_->pushStamp(uint32_t{stamp.originId} << 16 | stamp.originSeq, stamp.depth, stamp.flags);
+    }
+    ~InCallTreeOf() {
+        to_->popStamp();
+        to_->unref();
+    }
+    InCallTreeOf(const InCallTreeOf&) = delete;
+    InCallTreeOf& operator=(const InCallTreeOf&) = delete;
+
+private:
+    STPTransport* to_;
+};
 } // namespace
 
 Router::Router(STPLog* log) : log(log) {}
@@ -353,13 +376,16 @@ void Router::requestValue(PluginConnection* from, uint32_t pluginId, const char*
         from->ValueOfNameOnPluginEvent(false, pluginId, name, nullptr);
         return;
     }
+    InCallTreeOf tree(from, target);
     target->ForwardedRequestValueOfNameOnPlugin(false, from->getPluginId(), pluginId, name);
 }
 
 void Router::answerValue(PluginConnection* from, uint32_t requestingPluginId, const char* name,
                          const char* value) {
-    if (PluginConnection* asker = find(requestingPluginId))
+    if (PluginConnection* asker = find(requestingPluginId)) {
+        InCallTreeOf tree(from, asker);
         asker->ValueOfNameOnPluginEvent(false, from->getPluginId(), name, value);
+    }
 }
 
 void Router::requestPluginIdForService(PluginConnection* from, uint32_t cookie,

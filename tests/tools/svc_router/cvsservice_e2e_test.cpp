@@ -13,6 +13,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 namespace {
 
 constexpr int32_t kWaitMs = 20000;
@@ -170,6 +172,33 @@ TEST(CvsserviceEndToEnd, ARequestTravelsThroughTheRouterToTheServiceAndBack) {
     EXPECT_STREQ(error, "GetVCUsername is not implemented.\n");
     gen_free(user);
     gen_free(error);
+}
+
+// A relative name makes the service ask the router for the client's "cwd" while the client waits
+// strictly for its reply: the router's question is part of the client's call and gets through.
+TEST(CvsserviceEndToEnd, ARelativeNameIsResolvedWhileTheClientWaitsForTheReply) {
+    ScratchFolder folder;
+    CvsRepo repo(folder.root());
+    ASSERT_TRUE(repo.init()) << repo.lastError();
+    ASSERT_TRUE(repo.importModule("m", {{"a.c", "one\n"}})) << repo.lastError();
+    std::string wc = repo.checkout("m", "wc");
+    ASSERT_NE(wc, "") << repo.lastError();
+    std::filesystem::remove(wc + "/a.c");
+
+    ServiceSession session;
+    ASSERT_TRUE(session.start(folder)) << session.error();
+    VcClient* vc = session.connectVersionControl(wc);
+    ASSERT_NE(vc, nullptr) << session.error();
+    char name[] = "a.c";
+    char* names[] = {name};
+    char* error = nullptr;
+    STPStatus status;
+    ASSERT_TRUE(
+        vc->CheckOutFiles(StringList{1, names}, &error, session.waiter(kWaitMs).get(), &status))
+        << status.message;
+    EXPECT_EQ(error, nullptr) << error;
+    gen_free(error);
+    EXPECT_EQ(readFile(wc + "/a.c"), "one\n");
 }
 
 } // namespace

@@ -249,7 +249,8 @@ bool relativeToRoot(const char* root, std::vector<const char*>* group) {
         const char* p = name + length;
         while (*p == '/')
             ++p;
-        while (*p == '\\')
+        // With POSIX paths a backslash begins a name.
+        while (*p == '\\' && !gen_posix_paths())
             ++p;
         name = p;
     }

@@ -1,6 +1,7 @@
 // Entry of the cvsservice process: start-up in its fixed order, the event loop, the end.
 #include "cvsservice.h"
 
+#include "gen_path.h"
 #include "indgen.h"
 #include "plat_process.h"
 #include "servicerouter_proxy.h"
@@ -31,6 +32,9 @@ bool hasRouterConnectOption(int argc, char** argv) {
 
 int cvsservice_main(int argc, char** argv) {
     gen_init(argv[0]);
+    // Clients on this system send paths of this system: a backslash or a colon in a path is a
+    // byte of a file name, not a separator.
+    gen_set_posix_paths(true);
     plat_hide_child_consoles(true);
     tzset();
 

@@ -6,6 +6,7 @@
 
 #include "cvs_repo.h"
 #include "gen_file.h"
+#include "gen_path.h"
 #include "gen_string.h"
 #include "gen_tempname.h"
 #include "indgen.h"
@@ -297,6 +298,14 @@ TEST_F(CvsCommand, FilesUnderOneRepositoryRootFormOneGroup) {
 
     std::vector<const char*> outside{"/elsewhere/f"};
     EXPECT_FALSE(relativeToRoot(at("w").c_str(), &outside));
+
+    // With POSIX paths a backslash is a byte of a name, also right behind the root.
+    gen_set_posix_paths(true);
+    std::string odd = at("w/a/x/\\b\\c");
+    files = {odd.c_str()};
+    EXPECT_EQ(take(nextCVSGroup(&group, &files)), at("w/a/x"));
+    EXPECT_STREQ(group[0], "\\b\\c");
+    gen_set_posix_paths(false);
 }
 
 TEST_F(CvsCommand, TwoWorkingCopiesOfTwoRepositoriesGiveTwoGroupsAndBothWork) {
