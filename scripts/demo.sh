@@ -1,37 +1,50 @@
 #!/usr/bin/env bash
-# Installs what is needed, builds, and runs the main job: a local CVS repository and working
-# copy made from scratch, and cvsservice started as a user would start it.
+# Installs what is needed, builds, and runs the main job: a real CVS repository made from
+# scratch, a small project imported into it and checked out twice, work committed from one
+# working copy, and cvsvc run on the other to see and take in that work.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
-cmake -S . -B build -G Ninja
-cmake --build build -j "$(nproc)"
+cmake -S . -B build -G Ninja > /dev/null
+cmake --build build -j "$(nproc)" > /dev/null
+cvsvc="$PWD/build/bin/cvsvc"
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/cvsservice-demo.XXXXXX")
 trap 'rm -rf "$work"' EXIT
-echo "== a CVS repository in $work/repo with a module 'demo'"
-cvs -Q -d "$work/repo" init
-mkdir -p "$work/import" && echo "hello" > "$work/import/hello.txt"
-(cd "$work/import" && cvs -Q -d "$work/repo" import -m "first import" demo vendor start)
-(cd "$work" && cvs -Q -d "$work/repo" checkout demo)
-ls -l "$work/demo"
+repo="$work/repo"
+show() { echo; echo "\$ $*"; "$@" || echo "(exit code $?)"; }
 
-echo "== cvsservice without a router option (refuses, exit 1)"
-set +e
-build/bin/cvsservice; echo "exit code $?"
-set -e
+echo "== 1. a CVS repository in $repo"
+cvs -Q -d "$repo" init
 
-echo "== svc_router launches cvsservice; a client connects to VersionControl.CVS through it"
-build/bin/svc_router -port 0 -port_file "$work/router.port" -log "$work/router.log" \
-    -plugin "$PWD/build/bin/cvsservice" > "$work/router.out" 2>&1 &
-router=$!
-for _ in $(seq 100); do [ -s "$work/router.port" ] && break; sleep 0.1; done
-(cd "$work/demo" && "$OLDPWD/build/bin/svc_testclient" -connect_servicerouter "$(cat "$work/router.port")")
-echo "client exit code $?"
-set +e
-wait "$router"; code=$?
-set -e
-cat "$work/router.out"
-echo "router exit code $code (0: cvsservice asked to go once its client had left, and exited 0)"
-echo "== the router's log"
-cat "$work/router.log"
+echo "== 2. a small project imported as module 'calc' and checked out twice: alice/ and bob/"
+mkdir -p "$work/import/src"
+printf 'calc: adds numbers\n' > "$work/import/README"
+printf 'int main(void)\n{\n    return add(1, 2);\n}\n' > "$work/import/src/main.c"
+printf 'int add(int a, int b)\n{\n    return a + b;\n}\n' > "$work/import/src/add.c"
+printf 'to do: subtract\n' > "$work/import/NOTES"
+(cd "$work/import" && cvs -Q -d "$repo" import -m "first import" calc vendor start)
+(cd "$work" && cvs -Q -d "$repo" checkout -d alice calc && cvs -Q -d "$repo" checkout -d bob calc)
+
+echo "== 3. alice changes, adds and removes files, and commits"
+cd "$work/alice"
+sleep 1 # a change within the second of the checkout would look unchanged to cvs
+printf 'int main(void)\n{\n    return add(2, 3);\n}\n' > src/main.c
+printf 'int sub(int a, int b)\n{\n    return a - b;\n}\n' > src/sub.c
+rm NOTES
+cvs -Q add src/sub.c && cvs -Q remove NOTES
+cvs -Q commit -m "main adds other numbers; sub.c; no more notes"
+
+echo "== 4. bob works on his copy, then uses cvsvc (it starts its own router and service)"
+cd "$work/bob"
+printf 'int main(void)\n{\n    return add(4, 4);\n}\n' > src/main.c
+printf 'calc: adds and multiplies numbers\n' > README
+printf 'int mul(int a, int b)\n{\n    return a * b;\n}\n' > src/mul.c
+show "$cvsvc" add src/mul.c
+show "$cvsvc" scan
+show "$cvsvc" status src/main.c README src/mul.c
+show "$cvsvc" commit -m "README tells of mul; mul.c" README src/mul.c
+show "$cvsvc" log README
+show "$cvsvc" blame src/main.c 3
+show "$cvsvc" update
+show "$cvsvc" --json scan src
