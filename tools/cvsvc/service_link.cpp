@@ -118,10 +118,19 @@ bool ServiceLink::open(uint16_t port, const std::string& cwd) {
 
 bool ServiceLink::attach(STPSpecClass* client, const std::string& service) {
     TestPlugin::ConnectionReply reply;
-    if (!plugin_->requestConnection(service, {}, kConnectMs, &reply)) {
-        client->unref();
-        error_ = "The service router on port " + std::to_string(port_) + " did not answer.";
-        return false;
+    int32_t begin = plat_tick_count();
+    for (;;) {
+        if (!plugin_->requestConnection(service, {}, kConnectMs, &reply)) {
+            client->unref();
+            error_ = "The service router on port " + std::to_string(port_) + " did not answer.";
+            return false;
+        }
+        // The service that our own router launched registers its names a moment after it has
+        // connected; until then the router knows of no such service.
+        if (reply.wasFound || router_ == nullptr ||
+            plat_tick_diff(plat_tick_count(), begin) > kRouterStartMs)
+            break;
+        plugin_->pumpUntil([] { return false; }, 20);
     }
     if (!reply.wasFound || !reply.wasAccepted) {
         client->unref();

@@ -178,6 +178,9 @@ private:
             std::string version =
                 static_cast<int32_t>(i) < versions.count && versions.data[i] ? versions.data[i]
                                                                              : "";
+            // The reply leaves the new versions out; the file's status has them.
+            if (version.empty() && errorText.empty())
+                version = workingVersion(inv.operands[i]);
             json.beginObject().key("file").value(inv.operands[i]);
             json.key("version").value(version).endObject();
             rows.push_back({inv.operands[i], version});
@@ -188,6 +191,19 @@ private:
         if (!errorText.empty())
             return serviceError(errorText);
         text = alignColumns(rows);
+    }
+
+    // The working revision of `file` by its status, or "" when the service cannot tell.
+    std::string workingVersion(const std::string& file) {
+        int32_t type = 0;
+        char *word = nullptr, *local = nullptr, *remote = nullptr, *tag = nullptr,
+             *locker = nullptr, *error = nullptr;
+        if (!replied(client->GetStatusInfo(file.c_str(), &type, &word, &local, &remote, &tag,
+                                           &locker, &error, wait().get())))
+            return std::string();
+        take(word), take(remote), take(tag), take(locker);
+        std::string version = take(local);
+        return take(error).empty() ? version : std::string();
     }
 
     void log() {
