@@ -7,12 +7,18 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 cmake -S . -B build -G Ninja > /dev/null
 cmake --build build -j "$(nproc)" > /dev/null
-cvsvc="$PWD/build/bin/cvsvc"
+bin="$PWD/build/bin"
+cvsvc() { "$bin/cvsvc" "$@"; }
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/cvsservice-demo.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 repo="$work/repo"
-show() { echo; echo "\$ $*"; "$@" || echo "(exit code $?)"; }
+# Shows a command as typed, then runs it; a failure is shown and the demo goes on.
+show() {
+    echo
+    printf '$'; printf ' %q' "$@"; echo
+    "$@" || echo "(exit code $?)"
+}
 
 echo "== 1. a CVS repository in $repo"
 cvs -Q -d "$repo" init
@@ -30,21 +36,22 @@ echo "== 3. alice changes, adds and removes files, and commits"
 cd "$work/alice"
 sleep 1 # a change within the second of the checkout would look unchanged to cvs
 printf 'int main(void)\n{\n    return add(2, 3);\n}\n' > src/main.c
+printf '/* adds two numbers */\nint add(int a, int b)\n{\n    return a + b;\n}\n' > src/add.c
 printf 'int sub(int a, int b)\n{\n    return a - b;\n}\n' > src/sub.c
 rm NOTES
 cvs -Q add src/sub.c && cvs -Q remove NOTES
-cvs -Q commit -m "main adds other numbers; sub.c; no more notes"
+cvs -Q commit -m "main adds other numbers; add.c explained; sub.c; no more notes"
 
 echo "== 4. bob works on his copy, then uses cvsvc (it starts its own router and service)"
 cd "$work/bob"
 printf 'int main(void)\n{\n    return add(4, 4);\n}\n' > src/main.c
 printf 'calc: adds and multiplies numbers\n' > README
 printf 'int mul(int a, int b)\n{\n    return a * b;\n}\n' > src/mul.c
-show "$cvsvc" add src/mul.c
-show "$cvsvc" scan
-show "$cvsvc" status src/main.c README src/mul.c
-show "$cvsvc" commit -m "README tells of mul; mul.c" README src/mul.c
-show "$cvsvc" log README
-show "$cvsvc" blame src/main.c 3
-show "$cvsvc" update
-show "$cvsvc" --json scan src
+show cvsvc add src/mul.c
+show cvsvc scan
+show cvsvc status src/main.c README src/mul.c
+show cvsvc commit -m "README tells of mul; mul.c" README src/mul.c
+show cvsvc log README
+show cvsvc blame src/main.c 3
+show cvsvc update
+show cvsvc --json scan src

@@ -183,7 +183,7 @@ private:
                 version = workingVersion(inv.operands[i]);
             json.beginObject().key("file").value(inv.operands[i]);
             json.key("version").value(version).endObject();
-            rows.push_back({inv.operands[i], version});
+            rows.push_back({"committed", inv.operands[i], version});
         }
         json.endArray();
         StringList_free(&versions);
@@ -271,7 +271,7 @@ private:
         json.key("to").value(int64_t{inv.toLine}).key("ret_val").value(int64_t{result});
         std::string lines = "Lines " + std::to_string(inv.fromLine) + "-" +
                             std::to_string(inv.toLine) + " of " + file;
-        if (result != 0) {
+        if (result != 0 || (!errorText.empty() && changedIn.empty() && before.empty())) {
             json.key("error").value(errorText.empty() ? "ret_val " + std::to_string(result)
                                                       : errorText);
             return serviceError(!errorText.empty() ? errorText
