@@ -112,8 +112,8 @@ bool startJob(JobClient* client, ServiceLink* link, const Invocation& inv, const
     std::vector<const char*> dirs;
     for (const std::string& dir : inv.operands)
         dirs.push_back(dir.c_str());
-    if (dirs.empty() && (std::string(inv.command->name) == "scan" ||
-                         std::string(inv.command->name) == "update"))
+    if (dirs.empty() &&
+        (std::string(inv.command->name) == "scan" || std::string(inv.command->name) == "update"))
         dirs.push_back(".");
     const int32_t count = static_cast<int32_t>(dirs.size());
     const std::string name = inv.command->name;
@@ -121,8 +121,8 @@ bool startJob(JobClient* client, ServiceLink* link, const Invocation& inv, const
     char *reply = nullptr, *error = nullptr;
     bool sent = false;
     if (name == "scan")
-        sent = client->RequestCheckoutInfo(count, dirs.data(), inv.local, &reply, &error,
-                                           wait.get());
+        sent =
+            client->RequestCheckoutInfo(count, dirs.data(), inv.local, &reply, &error, wait.get());
     else if (name == "update")
         sent = client->RequestCheckoutUpdate(count, dirs.data(), &reply, &error, wait.get());
     else if (name == "checkout")
@@ -139,9 +139,8 @@ bool startJob(JobClient* client, ServiceLink* link, const Invocation& inv, const
         std::vector<const char*> words;
         for (const std::string& dir : absolute)
             words.push_back(dir.c_str());
-        sent = client->ModifyCheckout(count, words.data(), inv.hasTag, inv.tag.c_str(),
-                                      inv.hasDate, inv.date.c_str(), inv.head, &reply, &error,
-                                      wait.get());
+        sent = client->ModifyCheckout(count, words.data(), inv.hasTag, inv.tag.c_str(), inv.hasDate,
+                                      inv.date.c_str(), inv.head, &reply, &error, wait.get());
     }
     *cookie = take(reply);
     take(error); // job requests report their failures at the job's end

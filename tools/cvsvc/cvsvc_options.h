@@ -18,10 +18,10 @@ struct Invocation {
     bool local = false; // scan: the disk only
     bool head = false;  // switch -A
     bool hasTag = false, hasDate = false, hasMessage = false, hasRevision = false;
-    std::string tag;      // checkout -r, switch -r
-    std::string date;     // switch -D
-    std::string message;  // commit -m
-    std::string revision; // blame -r
+    std::string tag;                  // checkout -r, switch -r
+    std::string date;                 // switch -D
+    std::string message;              // commit -m
+    std::string revision;             // blame -r
     int32_t fromLine = 0, toLine = 0; // blame
 };
 
@@ -29,5 +29,4 @@ struct Invocation {
 // options, and everything behind it is an operand (for exec, the words given to cvs). False
 // with a one-line reason in *error for an unknown command or option, a missing value, or
 // operands that do not fit the command; a lone --help succeeds with `help` set.
-bool parseInvocation(int argc, const char* const* argv, Invocation* invocation,
-                     std::string* error);
+bool parseInvocation(int argc, const char* const* argv, Invocation* invocation, std::string* error);

@@ -87,11 +87,21 @@ std::string jsonQuote(const std::string& text) {
     std::string quoted = "\"";
     for (unsigned char c : text) {
         switch (c) {
-        case '"': quoted += "\\\""; break;
-        case '\\': quoted += "\\\\"; break;
-        case '\n': quoted += "\\n"; break;
-        case '\r': quoted += "\\r"; break;
-        case '\t': quoted += "\\t"; break;
+        case '"':
+            quoted += "\\\"";
+            break;
+        case '\\':
+            quoted += "\\\\";
+            break;
+        case '\n':
+            quoted += "\\n";
+            break;
+        case '\r':
+            quoted += "\\r";
+            break;
+        case '\t':
+            quoted += "\\t";
+            break;
         default:
             if (c < 0x20) {
                 char escape[8];
@@ -109,21 +119,36 @@ std::string jsonQuote(const std::string& text) {
 
 const char* statusWord(int64_t statusType) {
     switch (statusType) {
-    case 200: return "Unknown";
-    case 500: return "Will Conflict";
-    case 600: return "Needs Merge";
-    case 700: return "Has Conflict";
-    case 1000: return "Locally Added";
-    case 1100: return "Locally Removed";
-    case 1200: return "Locally Modified";
-    case 1500: return "Remotely Added";
-    case 1600: return "Remotely Removed";
-    case 1700: return "Remotely Modified";
-    case 2000: return "Not under VC";
-    case 2050: return "Directory Not under VC";
-    case 2300: return "No changes";
-    case 2600: return "File does not exist";
-    default: return "Error: Unknown Type";
+    case 200:
+        return "Unknown";
+    case 500:
+        return "Will Conflict";
+    case 600:
+        return "Needs Merge";
+    case 700:
+        return "Has Conflict";
+    case 1000:
+        return "Locally Added";
+    case 1100:
+        return "Locally Removed";
+    case 1200:
+        return "Locally Modified";
+    case 1500:
+        return "Remotely Added";
+    case 1600:
+        return "Remotely Removed";
+    case 1700:
+        return "Remotely Modified";
+    case 2000:
+        return "Not under VC";
+    case 2050:
+        return "Directory Not under VC";
+    case 2300:
+        return "No changes";
+    case 2600:
+        return "File does not exist";
+    default:
+        return "Error: Unknown Type";
     }
 }
 
@@ -165,8 +190,7 @@ std::string reportTable(std::vector<ReportRow> rows, bool all) {
         if (i == 0 || rows[i - 1].type != r.type) {
             if (i != 0)
                 text += "\n";
-            text += std::string(statusWord(r.type)) + " (" + std::to_string(counts[r.type]) +
-                    ")\n";
+            text += std::string(statusWord(r.type)) + " (" + std::to_string(counts[r.type]) + ")\n";
         }
         std::string line = "  " + r.path;
         line.resize(2 + pathWidth + 2, ' ');

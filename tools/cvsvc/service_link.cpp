@@ -70,8 +70,9 @@ bool ServiceLink::startRouter(const std::string& cwd, uint16_t* port) {
     }
     portFile_ = name;
     gen_free(name);
-    const char* argv[] = {routerPath.c_str(), "-port",  "0", "-port_file", portFile_.c_str(),
-                          "-plugin",          servicePath.c_str(), nullptr};
+    const char* argv[] = {
+        routerPath.c_str(),  "-port", "0", "-port_file", portFile_.c_str(), "-plugin",
+        servicePath.c_str(), nullptr};
     PlatSpawnOptions options;
     options.workingDir = cwd.c_str();
     options.stdinFd = PLAT_SPAWN_NULL_DEVICE;
@@ -109,8 +110,8 @@ bool ServiceLink::open(uint16_t port, const std::string& cwd) {
     plugin_->setValue("cwd", cwd);
     std::string why;
     if (!plugin_->connect(port, kConnectMs, &why) || !plugin_->open({}, kConnectMs, &why)) {
-        error_ = "No service router can be reached on port " + std::to_string(port) + " (" +
-                 why + ").";
+        error_ =
+            "No service router can be reached on port " + std::to_string(port) + " (" + why + ").";
         return false;
     }
     return true;

@@ -136,8 +136,7 @@ private:
     }
 
     // add and remove: one request for all files.
-    void fileList(const std::function<bool(const StringList&, char**)>& request,
-                  const char* verb) {
+    void fileList(const std::function<bool(const StringList&, char**)>& request, const char* verb) {
         WordList files(inv.operands);
         char* error = nullptr;
         if (!replied(request(files.list, &error)))
@@ -175,9 +174,9 @@ private:
         std::vector<std::vector<std::string>> rows;
         json.key("files").beginArray();
         for (size_t i = 0; i < inv.operands.size(); ++i) {
-            std::string version =
-                static_cast<int32_t>(i) < versions.count && versions.data[i] ? versions.data[i]
-                                                                             : "";
+            std::string version = static_cast<int32_t>(i) < versions.count && versions.data[i]
+                                      ? versions.data[i]
+                                      : "";
             // The reply leaves the new versions out; the file's status has them.
             if (version.empty() && errorText.empty())
                 version = workingVersion(inv.operands[i]);
@@ -263,8 +262,8 @@ private:
         int32_t lineno = 0, postlineno = 0, result = 0;
         if (!replied(client->ShowLastEdit(file.c_str(), inv.fromLine, inv.toLine,
                                           inv.hasRevision ? inv.revision.c_str() : nullptr,
-                                          &version, &lineno, &postver, &postlineno, &result,
-                                          &error, wait().get())))
+                                          &version, &lineno, &postver, &postlineno, &result, &error,
+                                          wait().get())))
             return;
         std::string before = take(version), changedIn = take(postver), errorText = take(error);
         json.key("file").value(file).key("from").value(int64_t{inv.fromLine});
@@ -286,11 +285,11 @@ private:
         } else {
             text = lines + " were last changed in revision " + changedIn +
                    " (the revision before it is " + before + ").\n";
-            text += postlineno > 0 ? "Line " + std::to_string(inv.fromLine) + " is line " +
-                                         std::to_string(postlineno) + " of revision " +
-                                         changedIn + ".\n"
-                                   : "Line " + std::to_string(inv.fromLine) +
-                                         " has no counterpart in revision " + changedIn + ".\n";
+            text += postlineno > 0
+                        ? "Line " + std::to_string(inv.fromLine) + " is line " +
+                              std::to_string(postlineno) + " of revision " + changedIn + ".\n"
+                        : "Line " + std::to_string(inv.fromLine) +
+                              " has no counterpart in revision " + changedIn + ".\n";
         }
         if (!errorText.empty())
             serviceError(errorText);

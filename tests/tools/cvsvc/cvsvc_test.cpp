@@ -67,8 +67,10 @@ TEST_F(CvsvcTest, ScanShowsRealStatesGroupedWithVersionsInBothForms) {
     ASSERT_EQ(text.exitCode, 0) << text.err;
     EXPECT_TRUE(contains(text.out, "Locally Added (1)\n  new.txt    New File  HEAD\n")) << text.out;
     EXPECT_TRUE(contains(text.out, "Locally Removed (1)\n  sub/c.txt")) << text.out;
-    EXPECT_TRUE(contains(text.out, "Locally Modified (1)\n  b.txt      1.1.1.1   HEAD\n")) << text.out;
-    EXPECT_TRUE(contains(text.out, "Remotely Modified (1)\n  a.txt      1.1.1.1   HEAD\n")) << text.out;
+    EXPECT_TRUE(contains(text.out, "Locally Modified (1)\n  b.txt      1.1.1.1   HEAD\n"))
+        << text.out;
+    EXPECT_TRUE(contains(text.out, "Remotely Modified (1)\n  a.txt      1.1.1.1   HEAD\n"))
+        << text.out;
     EXPECT_TRUE(contains(text.out, "Not under VC (1)\n  stray.txt  N/A       N/A\n")) << text.out;
     EXPECT_FALSE(contains(text.out, "No changes (")) << text.out;
 
@@ -76,8 +78,9 @@ TEST_F(CvsvcTest, ScanShowsRealStatesGroupedWithVersionsInBothForms) {
     writeFile(mine + "/stray.txt", "?\n");
     ProgramRun all = cvsvc({"scan", "--all", "--json", "."}, mine);
     ASSERT_EQ(all.exitCode, 0) << all.err;
-    EXPECT_TRUE(contains(all.out, "\"directory\":\"" + mine + "\",\"file\":\"a.txt\","
-                                  "\"status_type\":1700,\"state\":\"Remotely Modified\""))
+    EXPECT_TRUE(contains(all.out, "\"directory\":\"" + mine +
+                                      "\",\"file\":\"a.txt\","
+                                      "\"status_type\":1700,\"state\":\"Remotely Modified\""))
         << all.out;
     EXPECT_TRUE(contains(all.out, "\"state\":\"Locally Added\",\"version\":\"New File\""))
         << all.out;
@@ -104,7 +107,8 @@ TEST_F(CvsvcTest, FileCommandsChangeTheRepositoryInBothForms) {
     // The new version comes from the file's status, where the service can tell it.
     EXPECT_EQ(commit.out, "{\"command\":\"commit\",\"files\":[{\"file\":\"my \\\"odd\\\" file's "
                           "name.txt\",\"version\":\"" +
-                              std::string(landed("status") ? "1.1" : "") + "\"}],\"error\":null}\n");
+                              std::string(landed("status") ? "1.1" : "") +
+                              "\"}],\"error\":null}\n");
     ProgramRun log = repo.cvs(theirs, {"-Q", "update"});
     EXPECT_EQ(readFile(theirs + "/" + odd), "odd\n") << log.err;
 
@@ -232,12 +236,11 @@ TEST_F(CvsvcTest, ExitCodesTellWhatWentWrong) {
     uint32_t address = 0;
     ASSERT_TRUE(plat_local_address(probe, &address, &port));
     plat_close_socket(probe);
-    ProgramRun nobody =
-        runProgram({CVSVC_PATH, "-connect_servicerouter", std::to_string(port), "scan"}, kRunMs,
-                   mine);
+    ProgramRun nobody = runProgram(
+        {CVSVC_PATH, "-connect_servicerouter", std::to_string(port), "scan"}, kRunMs, mine);
     EXPECT_EQ(nobody.exitCode, 3);
-    EXPECT_TRUE(contains(nobody.err, "No service router can be reached on port " +
-                                         std::to_string(port)))
+    EXPECT_TRUE(
+        contains(nobody.err, "No service router can be reached on port " + std::to_string(port)))
         << nobody.err;
 }
 
@@ -258,8 +261,8 @@ TEST_F(CvsvcTest, CtrlCHaltsTheScanOfAnEmbeddedService) {
 
     setenv("CVS_SERVER", slow.c_str(), 1);
     ChildProcess scan;
-    bool spawned = scan.start({CVSVC_PATH, "scan", remote}, folder.at("scan.out"),
-                              folder.at("scan.err"));
+    bool spawned =
+        scan.start({CVSVC_PATH, "scan", remote}, folder.at("scan.out"), folder.at("scan.err"));
     unsetenv("CVS_SERVER");
     ASSERT_TRUE(spawned);
     int32_t begin = plat_tick_count();
