@@ -102,6 +102,12 @@ TEST_F(CvsvcTest, FileCommandsChangeTheRepositoryInBothForms) {
     ASSERT_EQ(add.exitCode, 0) << add.err;
     EXPECT_EQ(add.out, "added  " + odd + "\n");
 
+    writeFile(mine + "/sub/d.txt", "d\n");
+    ProgramRun addJson = cvsvc({"--json", "add", "sub/d.txt"}, mine);
+    ASSERT_EQ(addJson.exitCode, 0) << addJson.err;
+    EXPECT_EQ(addJson.out, "{\"command\":\"add\",\"files\":[\"sub/d.txt\"],\"error\":null}\n");
+    EXPECT_TRUE(contains(readFile(mine + "/sub/CVS/Entries"), "/d.txt/0/")) << "not added";
+
     ProgramRun commit = cvsvc({"--json", "commit", "-m", "an odd file", odd}, mine);
     ASSERT_EQ(commit.exitCode, 0) << commit.err;
     // The new version comes from the file's status, where the service can tell it.
@@ -146,11 +152,22 @@ TEST_F(CvsvcTest, JobsUpdateCheckoutAndSwitchInBothForms) {
     EXPECT_EQ(readFile(mine + "/a.txt"), "alpha 2\n");
     EXPECT_TRUE(contains(readFile(mine + "/b.txt"), "<<<<<<< b.txt")) << readFile(mine + "/b.txt");
 
+    ProgramRun again = cvsvc({"--json", "update", "."}, mine);
+    ASSERT_EQ(again.exitCode, 0) << again.err;
+    EXPECT_TRUE(contains(again.out, "\"file\":\"b.txt\",\"status_type\":700,\"state\":\"Has "
+                                    "Conflict\",\"version\":\"1.2\""))
+        << again.out;
+
     ASSERT_TRUE(repo.run(theirs, {"-Q", "tag", "T1"})) << repo.lastError();
+    ASSERT_TRUE(repo.commitChange(theirs, "a.txt", "alpha 3\n", "after the tag")) << "";
+    ProgramRun tagged = cvsvc({"checkout", repo.root(), "proj", "old", "-r", "T1", "--all"}, mine);
+    ASSERT_EQ(tagged.exitCode, 0) << tagged.err;
+    EXPECT_TRUE(contains(tagged.out, "No changes (3)\n  old/proj/a.txt")) << tagged.out;
+    EXPECT_EQ(readFile(mine + "/old/proj/a.txt"), "alpha 2\n");
     ProgramRun checkout = cvsvc({"--json", "checkout", repo.root(), "proj", "copy"}, mine);
     ASSERT_EQ(checkout.exitCode, 0) << checkout.err;
     EXPECT_TRUE(contains(checkout.out, "\"file\":\"a.txt\",\"status_type\":2300")) << checkout.out;
-    EXPECT_EQ(readFile(mine + "/copy/proj/a.txt"), "alpha 2\n");
+    EXPECT_EQ(readFile(mine + "/copy/proj/a.txt"), "alpha 3\n");
 
     ProgramRun toTag = cvsvc({"switch", "copy/proj", "-r", "T1", "--all"}, mine);
     ASSERT_EQ(toTag.exitCode, 0) << toTag.err;
