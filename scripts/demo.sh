@@ -52,6 +52,6 @@ show cvsvc scan
 show cvsvc status src/main.c README src/mul.c
 show cvsvc commit -m "README tells of mul; mul.c" README src/mul.c
 show cvsvc log README
-show cvsvc blame src/main.c 3
+show cvsvc blame README 1
 show cvsvc update
 show cvsvc --json scan src

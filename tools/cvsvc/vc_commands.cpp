@@ -268,22 +268,25 @@ private:
         std::string before = take(version), changedIn = take(postver), errorText = take(error);
         json.key("file").value(file).key("from").value(int64_t{inv.fromLine});
         json.key("to").value(int64_t{inv.toLine}).key("ret_val").value(int64_t{result});
-        std::string lines = "Lines " + std::to_string(inv.fromLine) + "-" +
-                            std::to_string(inv.toLine) + " of " + file;
+        const bool one = inv.fromLine == inv.toLine;
+        std::string lines =
+            (one ? "Line " + std::to_string(inv.fromLine)
+                 : "Lines " + std::to_string(inv.fromLine) + "-" + std::to_string(inv.toLine)) +
+            " of " + file;
         if (result != 0 || (!errorText.empty() && changedIn.empty() && before.empty())) {
             json.key("error").value(errorText.empty() ? "ret_val " + std::to_string(result)
                                                       : errorText);
             return serviceError(!errorText.empty() ? errorText
-                                : result == -2     ? lines + " could not be read to their end."
+                                : result == -2     ? lines + " could not be read to the end."
                                                    : lines + " could not be annotated.");
         }
         json.key("changed_in").value(changedIn).key("previous").value(before);
         json.key("line_in_changed").value(int64_t{postlineno});
         errorField(errorText);
         if (before == "original") {
-            text = lines + " have not changed since the first revision.\n";
+            text = lines + (one ? " has" : " have") + " not changed since the first revision.\n";
         } else {
-            text = lines + " were last changed in revision " + changedIn +
+            text = lines + (one ? " was" : " were") + " last changed in revision " + changedIn +
                    " (the revision before it is " + before + ").\n";
             text += postlineno > 0
                         ? "Line " + std::to_string(inv.fromLine) + " is line " +
