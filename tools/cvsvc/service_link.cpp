@@ -106,10 +106,9 @@ bool ServiceLink::open(uint16_t port, const std::string& cwd) {
     if (port == 0 && !startRouter(cwd, &port))
         return false;
     port_ = port;
-    plugin_ = new TestPlugin;
-    plugin_->setValue("cwd", cwd);
+    plugin_ = new ClientPlugin(cwd);
     std::string why;
-    if (!plugin_->connect(port, kConnectMs, &why) || !plugin_->open({}, kConnectMs, &why)) {
+    if (!plugin_->connect(port, kConnectMs, &why)) {
         error_ =
             "No service router can be reached on port " + std::to_string(port) + " (" + why + ").";
         return false;
@@ -118,10 +117,10 @@ bool ServiceLink::open(uint16_t port, const std::string& cwd) {
 }
 
 bool ServiceLink::attach(STPSpecClass* client, const std::string& service) {
-    TestPlugin::ConnectionReply reply;
+    ClientPlugin::ConnectionReply reply;
     int32_t begin = plat_tick_count();
     for (;;) {
-        if (!plugin_->requestConnection(service, {}, kConnectMs, &reply)) {
+        if (!plugin_->requestConnection(service, kConnectMs, &reply)) {
             client->unref();
             error_ = "The service router on port " + std::to_string(port_) + " did not answer.";
             return false;

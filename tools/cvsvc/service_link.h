@@ -3,11 +3,12 @@
 // per service, connected through it and negotiated.
 #pragma once
 
+#include "client_plugin.h"
 #include "plat_process.h"
 #include "stp_retryhandler.h"
-#include "test_plugin.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -50,7 +51,7 @@ private:
 
     PlatProcess* router_ = nullptr; // the router this link started, if any
     std::string portFile_;
-    TestPlugin* plugin_ = nullptr;
+    ClientPlugin* plugin_ = nullptr;
     uint16_t port_ = 0;
     std::string error_;
     struct Connection {
