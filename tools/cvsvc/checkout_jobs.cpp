@@ -106,6 +106,14 @@ std::string take(char* text) {
     return copy;
 }
 
+// `path` against the client's directory: the service takes the directories of a checkout's
+// creation and move as they come.
+std::string absolute(const std::string& path, const OutputMode& mode) {
+    if (path.empty())
+        return mode.cwd;
+    return path.front() == '/' ? path : mode.cwd + "/" + path;
+}
+
 // Sends the job's request; the cookie, or false when no reply came.
 bool startJob(JobClient* client, ServiceLink* link, const Invocation& inv, const OutputMode& mode,
               std::string* cookie) {
@@ -125,19 +133,19 @@ bool startJob(JobClient* client, ServiceLink* link, const Invocation& inv, const
             client->RequestCheckoutInfo(count, dirs.data(), inv.local, &reply, &error, wait.get());
     else if (name == "update")
         sent = client->RequestCheckoutUpdate(count, dirs.data(), &reply, &error, wait.get());
-    else if (name == "checkout")
-        // The destination is not resolved by the service: it gets an absolute path.
+    else if (name == "checkout") {
+        // A repository on this machine may be named relative to the client's directory too.
+        const std::string& root = inv.operands[0];
+        std::string repository = root.find(':') != std::string::npos ? root : absolute(root, mode);
         sent = client->CreateCheckout(
-            (inv.operands[2].front() == '/' ? inv.operands[2] : mode.cwd + "/" + inv.operands[2])
-                .c_str(),
-            inv.operands[1].c_str(), inv.hasTag ? inv.tag.c_str() : nullptr,
-            inv.operands[0].c_str(), &reply, &error, wait.get());
-    else if (name == "switch") {
-        std::vector<std::string> absolute;
+            absolute(inv.operands[2], mode).c_str(), inv.operands[1].c_str(),
+            inv.hasTag ? inv.tag.c_str() : nullptr, repository.c_str(), &reply, &error, wait.get());
+    } else if (name == "switch") {
+        std::vector<std::string> dirsGiven;
         for (const std::string& dir : inv.operands)
-            absolute.push_back(dir.front() == '/' ? dir : mode.cwd + "/" + dir);
+            dirsGiven.push_back(absolute(dir, mode));
         std::vector<const char*> words;
-        for (const std::string& dir : absolute)
+        for (const std::string& dir : dirsGiven)
             words.push_back(dir.c_str());
         sent = client->ModifyCheckout(count, words.data(), inv.hasTag, inv.tag.c_str(), inv.hasDate,
                                       inv.date.c_str(), inv.head, &reply, &error, wait.get());

@@ -160,7 +160,7 @@ TEST_F(CvsvcTest, JobsUpdateCheckoutAndSwitchInBothForms) {
 
     ASSERT_TRUE(repo.run(theirs, {"-Q", "tag", "T1"})) << repo.lastError();
     ASSERT_TRUE(repo.commitChange(theirs, "a.txt", "alpha 3\n", "after the tag")) << "";
-    ProgramRun tagged = cvsvc({"checkout", repo.root(), "proj", "old", "-r", "T1", "--all"}, mine);
+    ProgramRun tagged = cvsvc({"checkout", "../repo", "proj", "old", "-r", "T1", "--all"}, mine);
     ASSERT_EQ(tagged.exitCode, 0) << tagged.err;
     EXPECT_TRUE(contains(tagged.out, "No changes (3)\n  old/proj/a.txt")) << tagged.out;
     EXPECT_EQ(readFile(mine + "/old/proj/a.txt"), "alpha 2\n");
