@@ -36,7 +36,6 @@ public:
             items.push_back({r._type, s(r._directory), s(r._filename), s(r._local_version),
                              s(r._tag), checkoutDir});
         }
-        reports.push_back(checkoutDir);
     }
     void FinishedGettingCheckoutInfo(const char* message) override {
         finished = true;
@@ -92,7 +91,6 @@ public:
     std::string finishMessage;
     std::vector<std::string> statuses;
     std::vector<JobOutput> outputs;
-    std::vector<std::string> reports; // the checkout directory of each report, in order
     std::vector<ReportRow> rows;
     std::vector<Item> items;
 
