@@ -118,14 +118,21 @@ TEST_F(CvsvcTest, FileCommandsChangeTheRepositoryInBothForms) {
     ProgramRun log = repo.cvs(theirs, {"-Q", "update"});
     EXPECT_EQ(readFile(theirs + "/" + odd), "odd\n") << log.err;
 
-    ProgramRun remove = cvsvc({"--json", "remove", "a.txt"}, mine);
+    ProgramRun remove = cvsvc({"remove", "a.txt"}, mine);
     ASSERT_EQ(remove.exitCode, 0) << remove.err;
-    EXPECT_EQ(remove.out, "{\"command\":\"remove\",\"files\":[\"a.txt\"],\"error\":null}\n");
-    ProgramRun removed = cvsvc({"commit", "-m", "a goes", "a.txt"}, mine);
+    EXPECT_EQ(remove.out, "removed  a.txt\n");
+    ProgramRun removeJson = cvsvc({"--json", "remove", "sub/c.txt"}, mine);
+    ASSERT_EQ(removeJson.exitCode, 0) << removeJson.err;
+    EXPECT_EQ(removeJson.out,
+              "{\"command\":\"remove\",\"files\":[\"sub/c.txt\"],\"error\":null}\n");
+    ProgramRun removed = cvsvc({"commit", "-m", "a and c go", "a.txt", "sub/c.txt"}, mine);
     ASSERT_EQ(removed.exitCode, 0) << removed.err;
+    EXPECT_TRUE(contains(removed.out, "committed  a.txt")) << removed.out;
+    EXPECT_TRUE(contains(removed.out, "committed  sub/c.txt")) << removed.out;
     EXPECT_FALSE(std::filesystem::exists(mine + "/a.txt"));
     ProgramRun status = repo.cvs(theirs, {"-Q", "update"});
     EXPECT_FALSE(std::filesystem::exists(theirs + "/a.txt")) << status.out << status.err;
+    EXPECT_FALSE(std::filesystem::exists(theirs + "/sub/c.txt")) << status.out << status.err;
 
     // exec hands the words to cvs one by one, blanks and quotes kept. cvs runs where the
     // service runs: a service that cvsvc starts itself runs in the client's directory.
