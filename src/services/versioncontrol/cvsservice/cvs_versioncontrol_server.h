@@ -69,6 +69,11 @@ protected:
     // Sets *error_string to kNotBuiltYet.
     static void notBuiltYet(char** error_string);
 
+    // RestoreFileToVersion of `path` into `outname`, a file of the calling operation; what the
+    // restore says (if anything) is added to *error_string.
+    void restoreForComparison(const char* path, const char* outname, const char* revision,
+                              char** error_string);
+
     // Marks every cached image of a CVS/Entries file of this server as stale, for a command
     // that may have changed any of them.
     void markAllEntriesStale() { entries.markAllStale(); }
