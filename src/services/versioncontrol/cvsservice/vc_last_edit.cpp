@@ -111,7 +111,8 @@ void CVS_VersionControl_Server::ShowLastEdit(const char* filename, int32_t from,
     const char* base = gen_basename(path);
     const char* previous = pool.add(gen_strdup(gen_getcwd()));
     if (dir && gen_chdir(dir) != 0) {
-        *error_string = gen_concat3("Could not change into directory containing file: ", path, "\n");
+        *error_string =
+            gen_concat3("Could not change into directory containing file: ", path, "\n");
         return;
     }
 
@@ -171,8 +172,8 @@ void CVS_VersionControl_Server::ShowLastEdit(const char* filename, int32_t from,
         restoreForComparison(path, edited.path, newest, error_string);
         *postlineno = pairedLine(underView, edited.path, from);
     } else {
-        *error_string = gen_append2(*error_string,
-                                    "Unable to create a temporary file for the comparison.\n");
+        *error_string =
+            gen_append2(*error_string, "Unable to create a temporary file for the comparison.\n");
     }
     *ret_val = 0;
 }

@@ -60,8 +60,8 @@ void restoreInto(EntriesCache* entries, const RestoreRequest& request, char** er
     gen_free(writeError);
 }
 
-// The common start of both restores: both names resolved and made absolute, and the source's CVS/Entries image marked stale. False with
-// *error_string set when a name is missing.
+// The common start of both restores: both names resolved and made absolute, and the source's
+// CVS/Entries image marked stale. False with *error_string set when a name is missing.
 bool resolveBoth(STPSpecClass* connection, EntriesCache* entries, const char* sourcename,
                  const char* outname, StringPool* pool, RestoreRequest* request,
                  char** error_string) {
@@ -87,8 +87,7 @@ void CVS_VersionControl_Server::CheckOutFileByVersion(const char* filename, cons
 
 // `use_current_time` changes nothing: the output file gets the time of the write.
 void CVS_VersionControl_Server::RestoreFileToDate(const char* sourcename, const char* outname,
-                                                  const char* date_str, bool,
-                                                  char** error_string) {
+                                                  const char* date_str, bool, char** error_string) {
     StringPool pool;
     RestoreRequest request{};
     if (!resolveBoth(this, &entries, sourcename, outname, &pool, &request, error_string))
