@@ -144,22 +144,6 @@ TEST(CvsParsersGolden, AnnotateOutputsGiveTheNewestRevisionOfARangeFromRealCvs) 
     }
 }
 
-TEST(CvsParsers, NewestAnnotatedRevisionComparesNumbersAndKeepsToTheRange) {
-    const std::string text = "1.3          (dev      01-Jan-26): a\n"
-                             "1.10         (dev      01-Jan-26): b\n"
-                             "1.9\t(dev      01-Jan-26): c\n"
-                             "1.2.2.1      (dev      01-Jan-26): d";
-    EXPECT_EQ(newest(text, 1, 3), "1.10");
-    EXPECT_EQ(newest(text, 3, 3), "1.9");
-    EXPECT_EQ(newest(text, 3, 4), "1.9");
-    EXPECT_EQ(newest(text, 4, 4), "1.2.2.1"); // the last line needs no newline
-    EXPECT_EQ(newest(text, 4, 5), "(ends early)");
-    // `from` above `to` looks at no line, even past the end of the text.
-    EXPECT_EQ(newest(text, 3, 2), "(none)");
-    EXPECT_EQ(newest(text, 9, 2), "(none)");
-    EXPECT_EQ(newest("", 1, 1), "(ends early)");
-}
-
 // Texts in the wording of an older cvs, whose client printed what its server said, and the
 // cases the captured states can't reach.
 TEST(CvsParsers, StatusTextsOfOlderCvsAndOddShapes) {

@@ -96,7 +96,6 @@ TEST_P(RestoreOps, ADateGivesTheVersionOfThatTimeAndAnEmptyDateDoesNothing) {
 
     writeFile(wc + "/then.c", "kept\n");
     EXPECT_EQ(toDate("wc/a.c", "wc/then.c", ""), "(absent)");
-    EXPECT_EQ(toDate("wc/a.c", "wc/then.c", nullptr), "(absent)");
     EXPECT_TRUE(runs().empty());
     EXPECT_EQ(readFile(wc + "/then.c"), "kept\n");
 }
@@ -118,16 +117,6 @@ TEST_P(RestoreOps, FailuresSayWhyAndLeaveTheTargetAsItWas) {
     writeFile(wc + "/mine.c", "not under version control\n");
     EXPECT_EQ(byVersion("wc/mine.c", "1.1"), lead + "mine.c is not under version control.\n");
     EXPECT_EQ(readFile(wc + "/mine.c"), "not under version control\n");
-
-    // A folder that is no working copy: cvs's own words.
-    writeFile(at("plain/p.c"), "plain\n");
-    error = byVersion("plain/p.c", "1.1");
-    EXPECT_EQ(error.rfind(lead, 0), 0u);
-    EXPECT_GT(error.size(), lead.size()) << error;
-    EXPECT_EQ(readFile(at("plain/p.c")), "plain\n");
-
-    EXPECT_EQ(byVersion("wc/a.c", ""), lead + "No version was given.\n");
-    EXPECT_EQ(readFile(wc + "/a.c"), "my own work\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Roots, RestoreOps, testing::Values(CvsRootKind::local, CvsRootKind::fork),
