@@ -16,6 +16,7 @@
 #include "ut_stringpool.h"
 
 #include <cstdio>
+#include <optional>
 #include <string>
 
 namespace {
@@ -159,16 +160,15 @@ void CVS_VersionControl_Server::ShowLastEdit(const char* filename, int32_t from,
     // Follow line `from` into the text of the version that made the last edit. A restore that
     // fails leaves its words in error_string and the comparison runs on what the file holds.
     TemporaryFile edited(extension);
-    TemporaryFile viewed(extension);
+    std::optional<TemporaryFile> viewed;
     const char* underView = path;
-    bool haveFiles = edited.path != nullptr;
     if (theversion && *theversion) {
-        underView = viewed.path;
-        haveFiles = haveFiles && viewed.path != nullptr;
-        if (haveFiles)
-            restoreForComparison(path, viewed.path, theversion, error_string);
+        viewed.emplace(extension);
+        underView = viewed->path;
     }
-    if (haveFiles) {
+    if (edited.path && underView) {
+        if (viewed)
+            restoreForComparison(path, viewed->path, theversion, error_string);
         restoreForComparison(path, edited.path, newest, error_string);
         *postlineno = pairedLine(underView, edited.path, from);
     } else {
