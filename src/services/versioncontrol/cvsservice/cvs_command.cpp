@@ -156,6 +156,33 @@ bool runCommandToFile(const char* command, const char* path, char** error_text) 
     return ok;
 }
 
+bool replaceFileContent(const char* path, const char* text, size_t length, char** error_text) {
+    *error_text = nullptr;
+    // As in runCommandToFile: write permission first, so that a read-only file can be replaced.
+    bool existed = gen_exists(path);
+    unsigned bits = existed ? gen_make_writable(path, 0220) : 0;
+    if (gen_touch(path) != 0) {
+        if (existed)
+            gen_chmod(path, bits);
+        *error_text = gen_asprintf("Unable to create file %s.\n", path);
+        return false;
+    }
+    if (!existed)
+        bits = gen_make_writable(path, 0220);
+    int fd = plat_open(path, PLAT_O_WRONLY | PLAT_O_TRUNC, 0);
+    if (fd < 0) {
+        *error_text = gen_asprintf("Unable to open output file %s for writing.\n", path);
+        gen_chmod(path, bits);
+        return false;
+    }
+    bool ok = writeAll(fd, text, length);
+    if (!ok)
+        *error_text = gen_asprintf("Unable to write output file %s.\n", path);
+    plat_close(fd);
+    gen_chmod(path, bits);
+    return ok;
+}
+
 bool writeCommentFile(char** path, const char* comments) {
     *path = gen_path_join(gen_temp_dir(nullptr), "vccommentXXXXXX");
     int fd = gen_make_temp(*path);

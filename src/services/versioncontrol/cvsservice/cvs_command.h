@@ -49,6 +49,13 @@ bool runCommandCapture(char** text, const char* command, bool want_stdout, bool 
 // said on its standard error stream (which callers count as a failure too).
 bool runCommandToFile(const char* command, const char* path, char** error_text);
 
+// Makes `length` bytes at `text` the whole content of the file `path`, creating it when it is
+// missing. A read-only file is overwritten and gets its permission bits back on every path.
+// False with a sentence in *error_text when the file cannot be created ("Unable to create file
+// %s.\n"), opened ("Unable to open output file %s for writing.\n") or written ("Unable to write
+// output file %s.\n"); true with *error_text absent otherwise.
+bool replaceFileContent(const char* path, const char* text, size_t length, char** error_text);
+
 // Hands a commit message to cvs: creates a new file "vccommentXXXXXX" in the temporary
 // directory, exclusively and with mode 0600, and writes `comments` into it line by line, each
 // followed by "\n", leaving out every line that begins with "CVS:" (a line ends at the first

@@ -460,6 +460,36 @@ char* nextVersion(const char* s) {
     return joinVersion(parts, parts.size(), &higher);
 }
 
+bool newestAnnotatedVersion(const char* text, int32_t from, int32_t to, char** newest) {
+    *newest = nullptr;
+    std::string best;
+    bool found = false;
+    string_view rest = text ? string_view(text) : string_view();
+    for (int32_t number = 1; number <= to; ++number) {
+        if (rest.empty()) {
+            if (number >= from) {
+                *newest = nullptr;
+                return false;
+            }
+            continue; // lines before the range may be missing, as when `from` is above `to`
+        }
+        size_t end = rest.find('\n');
+        string_view line = rest.substr(0, end);
+        rest = end == string_view::npos ? string_view() : rest.substr(end + 1);
+        if (number < from)
+            continue;
+        // The comparison stops by itself behind the revision at the head of the line.
+        std::string whole(line);
+        if (!found || compareVersions(whole.c_str(), best.c_str()) > 0) {
+            best = std::string(line.substr(0, line.find_first_of(" \t")));
+            found = true;
+        }
+    }
+    if (found)
+        *newest = newString(best);
+    return true;
+}
+
 bool fileHasConflictMarkers(const char* path) {
     if (!path)
         return false;

@@ -67,6 +67,13 @@ char* previousVersion(const char* s);
 // number. A new string.
 char* nextVersion(const char* s);
 
+// The output of `cvs annotate`, whose every line begins with the revision that last changed it
+// and a blank: the newest revision of lines `from` to `to` (1-based, both included; lines end at
+// "\n"), by compareVersions of the whole lines, as the head of its line up to the first blank or
+// tab. *newest is a new string, or null when no line was looked at (`from` above `to`). False,
+// with *newest null, when the text ends before line `to`.
+bool newestAnnotatedVersion(const char* text, int32_t from, int32_t to, char** newest);
+
 // Whether the file at `path` holds, in this order, a line "<<<<<<< " followed by the last
 // component of `path`, a line "=======" and a line beginning with ">>>>>>> ". False when it
 // can't be opened. Lines end at `\n`, `\r` or `\r\n`.

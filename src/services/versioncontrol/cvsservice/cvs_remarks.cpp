@@ -141,3 +141,8 @@ char* resurrectedVersion(const char* output, const char* baseName) {
         return nullptr;
     return gen_strndup(text.data(), static_cast<int>(end));
 }
+
+bool annotateRemarksOnly(const char* errorText) {
+    return errorText == nullptr || *errorText == '\0' ||
+           string_view(errorText).find("Annotations for") != string_view::npos;
+}

@@ -42,3 +42,8 @@ bool updateRemarksOnly(const char* output);
 // the version runs to the next ", resurrected". A new string (gen_free), or null for any other
 // output.
 char* resurrectedVersion(const char* output, const char* baseName);
+
+// What `cvs annotate` wrote on its standard error stream beside its output: nothing, or a text
+// that holds its header "Annotations for" (and the file's name), which cvs writes there as a
+// matter of course (cvs 1.12 even under -Q, between an empty line and a row of stars).
+bool annotateRemarksOnly(const char* errorText);

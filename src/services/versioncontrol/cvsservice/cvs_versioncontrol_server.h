@@ -3,9 +3,10 @@
 //
 // The handlers live in one source per family: vc_queries.cpp (questions and the pass-through
 // to cvs), vc_batch_ops.cpp (lists of files), vc_file_ops.cpp (single files),
-// vc_restore_ops.cpp (versions and dates written to a file), vc_last_edit.cpp (annotate). Every handler runs on the event-loop thread and blocks it while cvs runs; a
-// failure is a text in error_string, never a closed connection. Strings put into reply values
-// belong to the caller (the generated dispatcher frees them).
+// vc_restore_ops.cpp (versions and dates written to a file), vc_last_edit.cpp (annotate). Every
+// handler runs on the event-loop thread and blocks it while cvs runs; a failure is a text in
+// error_string, never a closed connection. Strings put into reply values belong to the caller (the
+// generated dispatcher frees them).
 #pragma once
 
 #include "cvs_entries.h"
@@ -68,6 +69,11 @@ protected:
 
     // Sets *error_string to kNotBuiltYet.
     static void notBuiltYet(char** error_string);
+
+    // RestoreFileToVersion of `path` into `outname`, a file of the calling operation; what the
+    // restore says (if anything) is added to *error_string.
+    void restoreForComparison(const char* path, const char* outname, const char* revision,
+                              char** error_string);
 
     // Marks every cached image of a CVS/Entries file of this server as stale, for a command
     // that may have changed any of them.

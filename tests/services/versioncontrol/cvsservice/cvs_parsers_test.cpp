@@ -3,6 +3,7 @@
 // version numbers; conflict markers in a file that a real merge left behind.
 #include "cvs_parsers.h"
 
+#include "cvs_remarks.h"
 #include "cvs_repo.h"
 #include "golden_files.h"
 #include "indgen.h"
@@ -101,6 +102,46 @@ TEST(CvsParsersGolden, LogsWithBranchesTagsAndLongMessagesFromRealCvs) {
 
 TEST(CvsParsersGolden, DryUpdatesTellPredictedConflictsFromRealCvs) {
     checkGoldenFolder("cvs_update", describeUpdate);
+}
+
+// The newest revision of lines `from` to `to` of an annotated text, "(none)" when no line was
+// looked at, "(ends early)" when the text ends before `to`.
+std::string newest(const std::string& text, int32_t from, int32_t to) {
+    char* version = nullptr;
+    bool ok = newestAnnotatedVersion(text.c_str(), from, to, &version);
+    std::string out = !ok ? "(ends early)" : version ? version : "(none)";
+    EXPECT_TRUE(ok || version == nullptr);
+    gen_free(version);
+    return out;
+}
+
+// What the last-edit query makes of one captured annotate run: whether the run counts as clean
+// (exit code 0 and only the header on the error stream), the newest revision of each line, of
+// all lines, and that a range one line past the end is refused.
+std::string describeAnnotate(const std::string& folder, const std::string& name,
+                             const std::string& text) {
+    std::string err = readFile(folder + "/" + name + ".err");
+    bool exited = readFile(folder + "/" + name + ".rc") == "0\n";
+    int32_t lines = static_cast<int32_t>(std::count(text.begin(), text.end(), '\n'));
+    std::ostringstream out;
+    out << "clean: " << (exited && annotateRemarksOnly(err.c_str()) ? "yes" : "no") << "\n";
+    for (int32_t i = 1; i <= lines; ++i)
+        out << "line " << i << ": " << newest(text, i, i) << "\n";
+    out << "all: " << newest(text, 1, lines) << "\npast the end: " << newest(text, 1, lines + 1)
+        << "\n";
+    return out.str();
+}
+
+TEST(CvsParsersGolden, AnnotateOutputsGiveTheNewestRevisionOfARangeFromRealCvs) {
+    std::string folder = kData + "/cvs_annotate";
+    GoldenFolder golden(folder);
+    ASSERT_FALSE(golden.cases().empty());
+    for (const std::string& name : golden.cases()) {
+        std::string text = golden.input(name);
+        EXPECT_TRUE(golden.matches(name, describeAnnotate(folder, name, text))) << name;
+        EXPECT_TRUE(golden.matches(name, describeAnnotate(folder, name, withCrLf(text)), false))
+            << name << " with CRLF";
+    }
 }
 
 // Texts in the wording of an older cvs, whose client printed what its server said, and the
