@@ -22,7 +22,7 @@ const std::vector<CommandSpec> kCommands = {
     {"log",      "FILE",                    "ShowHistory",
      "the revisions of a file with dates, authors, tags and messages", false},
     {"blame",    "FILE FROM[-TO] [-r REV]", "ShowLastEdit",
-     "the revision that last changed lines FROM to TO", false},
+     "the revision that last changed lines FROM to TO", true},
     {"info",     "FILE REV",                "GetVersionInfo",
      "author, date and message of one revision", false},
     {"exec",     "-- ARG...",               "ExecuteCommandString",
