@@ -16,6 +16,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 namespace {
 // The login name of the user that runs this process, once known; kept for the process's life.
@@ -37,6 +38,9 @@ struct FileForQuery {
     }
     FileForQuery(const FileForQuery&) = delete;
     FileForQuery& operator=(const FileForQuery&) = delete;
+
+    // The directory whose CVS/ files describe the file.
+    const char* adminDir() const { return dir ? dir : "."; }
 
     char* const path; // null when the request named no file
     char* const dir;
@@ -61,12 +65,10 @@ Run runLine(char* line, StringPool* pool) {
 // The version that CVS/Entries gives the file (a new file's is "New File"), or null when it
 // has no entry there.
 char* versionInEntries(EntriesCache* entries, STPSpecClass* connection, const char* filename) {
-    StringPool pool;
-    const char* path = pool.add(ClientPath(connection, filename));
-    if (path == nullptr)
+    FileForQuery file(connection, filename);
+    if (file.path == nullptr)
         return nullptr;
-    const char* dir = pool.add(gen_dirname(path));
-    ut_string version = entries->entriesFor(dir ? dir : ".")->version(gen_basename(path));
+    ut_string version = entries->entriesFor(file.adminDir())->version(file.base);
     return version.isNull() ? nullptr : gen_strdup(version.c_str());
 }
 
@@ -77,7 +79,7 @@ struct VersionLogEntry {
     char* comments = nullptr; // null when the revision has no message lines
 };
 
-// The text between `from` and the next `;` of `line`, or null when there is no `;`.
+// The text from `from` to the next `;`, or null when there is none.
 char* upToSemicolon(const char* from) {
     const char* end = std::strchr(from, ';');
     return end ? gen_strndup(from, static_cast<int>(end - from)) : nullptr;
@@ -115,9 +117,13 @@ bool readVersionLog(const char* logFile, VersionLogEntry* entry, char** error_st
             entry->author = author;
             const char* closing =
                 "=============================================================================";
-            while (gen_readline(in, &line, &capacity) && !std::strstr(line, closing))
-                entry->comments = entry->comments ? gen_append3(entry->comments, line, "\n")
-                                                  : gen_concat2(line, "\n");
+            std::string comments;
+            bool any = false;
+            while (gen_readline(in, &line, &capacity) && !std::strstr(line, closing)) {
+                comments.append(line).append("\n");
+                any = true;
+            }
+            entry->comments = any ? gen_strdup(comments.c_str()) : nullptr;
             ok = true;
         }
     }
@@ -137,23 +143,15 @@ void CVS_VersionControl_Server::GetVCUsername(char**, char** error_string) {
 }
 
 void CVS_VersionControl_Server::FileIsUnderVC(const char* filename, bool* result, char**) {
-    *result = false;
-    StringPool pool;
-    const char* path = pool.add(ClientPath(this, filename));
-    if (path == nullptr)
-        return;
-    const char* dir = pool.add(gen_dirname(path));
-    *result = entries.entriesFor(dir ? dir : ".")->contains(gen_basename(path));
+    FileForQuery file(this, filename);
+    *result = file.path && entries.entriesFor(file.adminDir())->contains(file.base);
 }
 
 void CVS_VersionControl_Server::GetCommentTemplateForFile(const char* filename,
                                                           char** comment_template, char**) {
-    StringPool pool;
-    const char* path = pool.add(ClientPath(this, filename));
-    if (path == nullptr)
-        return;
-    const char* dir = pool.add(gen_dirname(path));
-    *comment_template = readTemplate(dir ? dir : ".");
+    FileForQuery file(this, filename);
+    if (file.path)
+        *comment_template = readTemplate(file.adminDir());
 }
 
 // The answer does not depend on the file, so its name is not resolved.
