@@ -20,7 +20,7 @@ namespace {
 
 constexpr int kFiles = 200;
 constexpr int kRounds = 11;
-constexpr int kRunsPerSide = 20;
+constexpr int kRunsPerSide = 50;
 const char* const kFile = "f100.c";
 
 [[noreturn]] void fail(const std::string& what) {
