@@ -90,16 +90,6 @@ TEST_F(ServerSession, QuestionsThatNeedNoCvsAnswerAtOnce) {
         EXPECT_EQ(take(user), login);
         EXPECT_EQ(error, nullptr);
     }
-
-    // What is not built yet says so, and reports no success.
-    int32_t type = 0;
-    char *text = nullptr, *local = nullptr, *remote = nullptr, *tag = nullptr, *lock = nullptr;
-    ASSERT_TRUE(vc->GetStatusInfo("a.c", &type, &text, &local, &remote, &tag, &lock, &error,
-                                  session.waiter().get(), &status));
-    EXPECT_EQ(take(error), "This operation is not built yet: this version of the VersionControl "
-                           "service cannot carry it out.\n");
-    for (char* value : {text, local, remote, tag, lock})
-        EXPECT_EQ(take(value), "(absent)");
 }
 
 TEST_F(ServerSession, ExecuteCommandStringRunsCvsWhereTheServiceRuns) {
