@@ -4,7 +4,7 @@ namespace {
 // clang-format off
 const std::vector<CommandSpec> kCommands = {
     {"status",   "FILE...",                 "GetStatusInfo",
-     "the state, versions and tag of each file", false},
+     "the state, versions and tag of each file", true},
     {"scan",     "[--local] [--all] [DIR...]", "RequestCheckoutInfo",
      "the files of checkouts that differ from the repository (--local: the disk only)", true},
     {"update",   "[DIR...]",                "RequestCheckoutUpdate",
@@ -20,11 +20,11 @@ const std::vector<CommandSpec> kCommands = {
     {"commit",   "-m MSG FILE...",          "CommitFiles",
      "commits files with the message MSG and shows their new versions", true},
     {"log",      "FILE",                    "ShowHistory",
-     "the revisions of a file with dates, authors, tags and messages", false},
+     "the revisions of a file with dates, authors, tags and messages", true},
     {"blame",    "FILE FROM[-TO] [-r REV]", "ShowLastEdit",
      "the revision that last changed lines FROM to TO", true},
     {"info",     "FILE REV",                "GetVersionInfo",
-     "author, date and message of one revision", false},
+     "author, date and message of one revision", true},
     {"exec",     "-- ARG...",               "ExecuteCommandString",
      "runs cvs with ARG... in the service's directory (the current one when cvsvc starts\n"
      "      the service) and shows what it printed", true},

@@ -44,8 +44,6 @@ protected:
         argv.insert(argv.end(), args.begin(), args.end());
         return runProgram(argv, kRunMs, cwd);
     }
-    // Skips the test while the service does not carry out the request behind `command`.
-    bool landed(const char* command) { return findCommand(command)->landed; }
 
     ScratchFolder folder;
     CvsRepo repo{folder.root()};
@@ -112,9 +110,7 @@ TEST_F(CvsvcTest, FileCommandsChangeTheRepositoryInBothForms) {
     ASSERT_EQ(commit.exitCode, 0) << commit.err;
     // The new version comes from the file's status, where the service can tell it.
     EXPECT_EQ(commit.out, "{\"command\":\"commit\",\"files\":[{\"file\":\"my \\\"odd\\\" file's "
-                          "name.txt\",\"version\":\"" +
-                              std::string(landed("status") ? "1.1" : "") +
-                              "\"}],\"error\":null}\n");
+                          "name.txt\",\"version\":\"1.1\"}],\"error\":null}\n");
     ProgramRun log = repo.cvs(theirs, {"-Q", "update"});
     EXPECT_EQ(readFile(theirs + "/" + odd), "odd\n") << log.err;
 
@@ -187,11 +183,8 @@ TEST_F(CvsvcTest, JobsUpdateCheckoutAndSwitchInBothForms) {
     EXPECT_FALSE(contains(toHead.out, "T1")) << toHead.out;
 }
 
-// The queries: status, log and info, once the service carries them out.
+// The queries: status, log and info.
 TEST_F(CvsvcTest, QueriesShowRealVersionsInBothForms) {
-    if (!landed("status") || !landed("log") || !landed("info"))
-        GTEST_SKIP() << "the service does not carry out GetStatusInfo, ShowHistory and "
-                        "GetVersionInfo yet";
     ASSERT_TRUE(repo.commitChange(mine, "b.txt", "one\ntwo 2\nthree\n", "line two")) << "";
     ASSERT_TRUE(repo.commitChange(theirs, "a.txt", "alpha 2\n", "other side")) << "";
 
@@ -220,8 +213,6 @@ TEST_F(CvsvcTest, QueriesShowRealVersionsInBothForms) {
 // blame names the revision that last changed a range of lines, of the working file or of a
 // named revision.
 TEST_F(CvsvcTest, BlameNamesTheLastEditInBothForms) {
-    if (!landed("blame"))
-        GTEST_SKIP() << "the service does not carry out ShowLastEdit yet";
     ASSERT_TRUE(repo.commitChange(mine, "b.txt", "one\ntwo 2\nthree\n", "line two")) << "";
     ASSERT_TRUE(repo.commitChange(mine, "b.txt", "zero\none\ntwo 2\nthree\n", "line zero")) << "";
 
