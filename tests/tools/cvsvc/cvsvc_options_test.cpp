@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 namespace {
 
 struct ParseCase {
@@ -12,6 +14,12 @@ struct ParseCase {
     std::string operands;
     std::string expect; // "json", "tag=...", "rev=...", "lines=F-T", "msg=...", "port=N"
 };
+
+// The words of a case, for the names of the cases.
+void PrintTo(const ParseCase& c, std::ostream* os) {
+    for (size_t i = 0; i < c.words.size(); ++i)
+        *os << (i == 0 ? "" : " ") << c.words[i];
+}
 
 Invocation parse(const ParseCase& c, bool* ok, std::string* error) {
     std::vector<const char*> argv{"cvsvc"};
