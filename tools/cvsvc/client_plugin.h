@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-// Reference-counted like every spec class: made with new, ended with release(). Every wait
-// serves the router connection (running the handlers of this object and of every client object
+// Reference-counted like every message-speaking object: made with new, ended with release(). Every
+// wait serves the router connection (running the handlers of this object and of every client object
 // attached to the same transport), takes a limit in milliseconds and reports failure as false.
 class ClientPlugin : public ServiceRouter_plugin_Impl {
 public:

@@ -2,7 +2,7 @@
 
 namespace {
 // clang-format off
-const std::vector<CommandSpec> kCommands = {
+const std::vector<CommandEntry> kCommands = {
     {"status",   "FILE...",                 "GetStatusInfo",
      "the state, versions and tag of each file", true},
     {"scan",     "[--local] [--all] [DIR...]", "RequestCheckoutInfo",
@@ -32,14 +32,14 @@ const std::vector<CommandSpec> kCommands = {
 // clang-format on
 } // namespace
 
-const std::vector<CommandSpec>& commandTable() {
+const std::vector<CommandEntry>& commandTable() {
     return kCommands;
 }
 
-const CommandSpec* findCommand(const std::string& name) {
-    for (const CommandSpec& spec : kCommands)
-        if (name == spec.name)
-            return &spec;
+const CommandEntry* findCommand(const std::string& name) {
+    for (const CommandEntry& entry : kCommands)
+        if (name == entry.name)
+            return &entry;
     return nullptr;
 }
 
@@ -54,11 +54,11 @@ std::string helpText() {
         "  --json                       machine-readable output on standard output\n"
         "  --help                       this text\n"
         "Commands:\n";
-    for (const CommandSpec& spec : kCommands) {
-        if (!spec.landed)
+    for (const CommandEntry& entry : kCommands) {
+        if (!entry.landed)
             continue;
-        std::string head = std::string("  ") + spec.name + " " + spec.synopsis;
-        text += head + "\n      " + spec.summary + "\n";
+        std::string head = std::string("  ") + entry.name + " " + entry.synopsis;
+        text += head + "\n      " + entry.summary + "\n";
     }
     text += "Exit codes: 0 success; 1 the service reported an error (on standard error);\n"
             "2 usage error; 3 no router or service could be reached; 130 a job halted by "

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-struct CommandSpec {
+struct CommandEntry {
     const char* name;
     const char* synopsis; // operands and options, as the usage text shows them
     const char* request;  // the service request that serves it
@@ -16,9 +16,9 @@ struct CommandSpec {
 };
 
 // Every command, in the order of the help text.
-const std::vector<CommandSpec>& commandTable();
+const std::vector<CommandEntry>& commandTable();
 // The command called `name`, or null.
-const CommandSpec* findCommand(const std::string& name);
+const CommandEntry* findCommand(const std::string& name);
 // The text of "cvsvc --help": the options and every landed command.
 std::string helpText();
 

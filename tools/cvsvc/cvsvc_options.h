@@ -11,7 +11,7 @@ struct Invocation {
     bool help = false;
     bool json = false;
     uint16_t routerPort = 0; // -connect_servicerouter; 0: start a router of our own
-    const CommandSpec* command = nullptr;
+    const CommandEntry* command = nullptr;
     std::vector<std::string> operands;
 
     bool all = false;   // scan, update, checkout, switch: show unchanged files too

@@ -247,9 +247,9 @@ TEST_F(CvsvcTest, ExitCodesTellWhatWentWrong) {
     }
     ProgramRun help = runProgram({CVSVC_PATH, "--help"});
     EXPECT_EQ(help.exitCode, 0);
-    for (const CommandSpec& spec : commandTable())
-        EXPECT_EQ(contains(help.out, std::string("\n  ") + spec.name + " "), spec.landed)
-            << spec.name;
+    for (const CommandEntry& entry : commandTable())
+        EXPECT_EQ(contains(help.out, std::string("\n  ") + entry.name + " "), entry.landed)
+            << entry.name;
 
     // The service's own words, on standard error as they came.
     ProgramRun missing = cvsvc({"add", "no-such-file.txt"}, mine);
