@@ -16,9 +16,19 @@
 #include <utility>
 #include <vector>
 
+// The whole file, or what could be read of it: "" for a file that is missing. A read that fails
+// ends the text instead of throwing, as the stream library would; a /proc file of a process that
+// ends while it is read fails that way.
 inline std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    std::string text;
+    if (FILE* file = std::fopen(path.c_str(), "rbe")) {
+        char buffer[4096];
+        size_t n;
+        while ((n = std::fread(buffer, 1, sizeof buffer, file)) > 0)
+            text.append(buffer, n);
+        std::fclose(file);
+    }
+    return text;
 }
 
 // Everything written to `file` so far (flushed and read from its start).

@@ -17,9 +17,6 @@ class CVS_VersionControl_Server : public virtual VersionControl_Server {
 public:
     CVS_VersionControl_Server(STPTransport* transport, uint32_t localRN, uint32_t remoteRN);
 
-    // The error_string of every operation that this build does not carry out yet.
-    static const char* const kNotBuiltYet;
-
     void IsVCOptimistic(bool* is_optimistic, char** error_string) override;
     void GetVCUsername(char** vc_username, char** error_string) override;
     void FileIsUnderVC(const char* filename, bool* result, char** error_string) override;
@@ -66,9 +63,6 @@ public:
 
 protected:
     ~CVS_VersionControl_Server() override = default;
-
-    // Sets *error_string to kNotBuiltYet.
-    static void notBuiltYet(char** error_string);
 
     // RestoreFileToVersion of `path` into `outname`, a file of the calling operation; what the
     // restore says (if anything) is added to *error_string.
