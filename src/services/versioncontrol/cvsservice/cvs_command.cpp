@@ -116,6 +116,14 @@ bool runCommandCapture(char** text, const char* command, bool want_stdout, bool 
     return ok;
 }
 
+CapturedRun runCapturedLine(char* line, StringPool* pool) {
+    pool->add(line);
+    CapturedRun run;
+    run.ok = runCommandCapture(&run.output, line, true, true, &run.stderrSeen);
+    pool->add(run.output);
+    return run;
+}
+
 bool runCommandToFile(const char* command, const char* path, char** error_text) {
     *error_text = nullptr;
     // The write permission is added before the file is touched, so that a read-only file can

@@ -41,6 +41,19 @@ char* cvsGroupLine(const char* options, const std::vector<const char*>& names);
 bool runCommandCapture(char** text, const char* command, bool want_stdout, bool want_stderr,
                        bool* stderr_seen);
 
+// One run of runCommandCapture with both streams wanted; `output` belongs to the pool given to
+// runCapturedLine.
+struct CapturedRun {
+    bool ok = false;
+    bool stderrSeen = false;
+    char* output = nullptr;
+    // The run counts as clean when cvs exited with 0 and said nothing on its error stream.
+    bool clean() const { return ok && !stderrSeen; }
+};
+
+// Runs `line` (which the pool takes, as it takes the output) through runCommandCapture.
+CapturedRun runCapturedLine(char* line, StringPool* pool);
+
 // Runs `command` with its standard output as the new content of the file `path`. A read-only
 // file is overwritten and gets its permission bits back on every path. False with a sentence in
 // *error_text when the file cannot be created or opened ("Unable to create file %s.\n", "Unable

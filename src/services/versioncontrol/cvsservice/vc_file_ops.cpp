@@ -49,21 +49,6 @@ private:
     std::unique_ptr<DirectoryChanger> changer;
 };
 
-struct Run {
-    bool ok = false;
-    bool stderrSeen = false;
-    char* output = nullptr; // owned by the pool of the operation
-    bool clean() const { return ok && !stderrSeen; }
-};
-
-Run runLine(char* line, StringPool* pool) {
-    pool->add(line);
-    Run run;
-    run.ok = runCommandCapture(&run.output, line, true, true, &run.stderrSeen);
-    pool->add(run.output);
-    return run;
-}
-
 // `cvs -Q update` of the file; on anything but a clean run *error_string is `lead` and the output.
 void updateOneFile(STPSpecClass* connection, EntriesCache* entries, const char* filename,
                    bool deleteFirst, const char* lead, char** error_string) {
@@ -77,7 +62,7 @@ void updateOneFile(STPSpecClass* connection, EntriesCache* entries, const char* 
     if (deleteFirst)
         gen_force_unlink(file.path);
     StringPool pool;
-    Run run = runLine(cvsFileLine(" -Q update ", file.base), &pool);
+    CapturedRun run = runCapturedLine(cvsFileLine(" -Q update ", file.base), &pool);
     if (!run.clean())
         *error_string = gen_concat2(lead, run.output);
 }
@@ -124,7 +109,7 @@ void CVS_VersionControl_Server::UnremoveFiles(const StringList& filenames, Strin
         CVSEntriesFile* image = entries.entriesFor(dir ? dir : ".");
         image->markStale();
         bool wasRemoved = image->isRemoved(base);
-        Run run = runLine(cvsFileLine(" -Q add ", base), &pool);
+        CapturedRun run = runCapturedLine(cvsFileLine(" -Q add ", base), &pool);
         char* version = run.ok ? resurrectedVersion(run.output, base) : nullptr;
         if (run.ok && version == nullptr && wasRemoved) {
             image->markStale();
@@ -151,7 +136,7 @@ void CVS_VersionControl_Server::PlaceFileUnderVC(const char* filename, bool, con
     }
     StringPool pool;
     // Remarks on the standard error stream do not fail the add.
-    Run add = runLine(cvsFileLine(" -Q add ", file.base), &pool);
+    CapturedRun add = runCapturedLine(cvsFileLine(" -Q add ", file.base), &pool);
     if (!add.ok) {
         *error_string = gen_concat2(addLead, add.output);
         return;
@@ -163,7 +148,7 @@ void CVS_VersionControl_Server::PlaceFileUnderVC(const char* filename, bool, con
     }
     pool.add(commentFile);
     const char* options = pool.add(commitOptions(true, commentFile));
-    Run commit = runLine(cvsFileLine(options, file.base), &pool);
+    CapturedRun commit = runCapturedLine(cvsFileLine(options, file.base), &pool);
     if (commit.clean()) {
         gen_unlink(commentFile);
         return;
@@ -194,7 +179,7 @@ void CVS_VersionControl_Server::CheckInFile(const char* filename, const char* co
     }
     pool.add(commentFile);
     const char* options = pool.add(commitOptions(false, commentFile));
-    Run commit = runLine(cvsFileLine(options, file.base), &pool);
+    CapturedRun commit = runCapturedLine(cvsFileLine(options, file.base), &pool);
     if (commit.ok && (!commit.stderrSeen || commitRemarksOnly(commit.output))) {
         gen_unlink(commentFile);
         return;

@@ -47,21 +47,6 @@ struct FileForQuery {
     const char* const base;
 };
 
-struct Run {
-    bool ok = false;
-    bool stderrSeen = false;
-    char* output = nullptr; // owned by the pool of the operation
-    bool clean() const { return ok && !stderrSeen; }
-};
-
-Run runLine(char* line, StringPool* pool) {
-    pool->add(line);
-    Run run;
-    run.ok = runCommandCapture(&run.output, line, true, true, &run.stderrSeen);
-    pool->add(run.output);
-    return run;
-}
-
 // The version that CVS/Entries gives the file (a new file's is "New File"), or null when it
 // has no entry there.
 char* versionInEntries(EntriesCache* entries, STPSpecClass* connection, const char* filename) {
@@ -213,7 +198,7 @@ void CVS_VersionControl_Server::GetStatusInfo(const char* filename, int32_t* sta
     }
     StringPool pool;
     DirectoryChanger changer(file.dir);
-    Run status = runLine(cvsFileLine(" -n stat ", file.base), &pool);
+    CapturedRun status = runCapturedLine(cvsFileLine(" -n stat ", file.base), &pool);
     // A file that cvs knows nothing of, or no longer has, is still reported on; anything else
     // that fails is passed on as cvs said it.
     if (!status.clean() && !statusFailureIsExpected(status.output)) {
@@ -234,7 +219,7 @@ void CVS_VersionControl_Server::GetStatusInfo(const char* filename, int32_t* sta
     }
     // A merge still to come: a dry update tells whether it will meet a conflict.
     if (*status_type == 600) {
-        Run probe = runLine(cvsFileLine(" -nq update ", file.base), &pool);
+        CapturedRun probe = runCapturedLine(cvsFileLine(" -nq update ", file.base), &pool);
         if (probe.ok && updateReportsConflict(probe.output, file.base))
             *status_type = 500;
     }
@@ -250,7 +235,7 @@ void CVS_VersionControl_Server::ShowHistory(const char* filename, HistoryInfo* h
     }
     StringPool pool;
     DirectoryChanger changer(file.dir);
-    Run status = runLine(cvsFileLine(" -n stat ", file.base), &pool);
+    CapturedRun status = runCapturedLine(cvsFileLine(" -n stat ", file.base), &pool);
     if (!status.clean()) {
         *error_string = gen_concat2(logLead, status.output);
         return;
@@ -267,7 +252,7 @@ void CVS_VersionControl_Server::ShowHistory(const char* filename, HistoryInfo* h
             gen_concat2("Error: Unable to get CVS status. CVS reported:\n", status.output);
         return;
     }
-    Run log = runLine(cvsFileLine(" -nQ log ", file.base), &pool);
+    CapturedRun log = runCapturedLine(cvsFileLine(" -nQ log ", file.base), &pool);
     if (!log.clean()) {
         *error_string = gen_concat2(logLead, log.output);
         return;
