@@ -140,6 +140,12 @@ const char* STPSpecClass::keepText(const char* text, int32_t length) {
 
 void STPSpecClass::attachTransport(STPTransport* newTransport, uint32_t newLocalRN,
                                    uint32_t newRemoteRN) {
+    // Messages held back for this object stay in the old transport's queue, where no listener
+    // of this object will take them: the reference they kept on it is let go, last of all,
+    // since it may be the last one.
+    bool releaseHeld = transport != nullptr && transport != newTransport && heldCount > 0;
+    if (releaseHeld)
+        heldCount = 0;
     if (newTransport)
         newTransport->ref();
     if (transport) {
@@ -160,6 +166,8 @@ void STPSpecClass::attachTransport(STPTransport* newTransport, uint32_t newLocal
     // further up the stack (this may run inside a handler) may still be using it.
     if (!retryHandlerFixed)
         static_cast<STPRetryHandler*>(retryHandler)->setTransport(transport);
+    if (releaseHeld)
+        unref();
 }
 
 // ---- Virtual connection ---------------------------------------------------------------------

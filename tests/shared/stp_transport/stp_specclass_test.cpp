@@ -493,4 +493,36 @@ TEST(STPSpecClassReceiveTest, HeldBackMessageKeepsItsObjectAlive) {
     EXPECT_EQ(peer.transport->heldBackQueueSize(), 0u);
 }
 
+TEST(STPSpecClassReceiveTest, DetachingLetsGoOfTheReferenceOfItsHeldBackMessages) {
+    RawPeer peer;
+    ASSERT_TRUE(peer.open());
+    bool gone = false;
+    int ticks = 0;
+    MortalClient* spec = new MortalClient(&gone, &ticks);
+    spec->attachTransport(peer.transport.get());
+    {
+        MessageDepthGuard waiting(peer.transport.get());
+        RawPacket p;
+        p.localRN = 2;
+        p.remoteRN = 1;
+        p.kind = KIND_ASCII;
+        p.tag = 1;
+        p.flags = MSG_ONE_WAY | MSG_ORDERED;
+        p.origin = 0x00070009u;
+        p.body = std::string("Tick n:0x1 ") + std::string(5, '\0');
+        ASSERT_TRUE(peer.feed(p.bytes()));
+        ASSERT_TRUE(serviceUntil({peer.transport.get()},
+                                 [&] { return peer.transport->heldBackQueueSize() == 1; }));
+        ASSERT_EQ(spec->getHeldCount(), 1);
+        // The owner lets go while the message waits: the message no longer reaches the object,
+        // so it must not keep it either.
+        spec->attachTransport(nullptr);
+        EXPECT_EQ(spec->getHeldCount(), 0);
+        spec->unref();
+        EXPECT_TRUE(gone) << "the detached object stayed alive for a message it can't receive";
+    }
+    peer.transport->pumpMessages();
+    EXPECT_EQ(ticks, 0);
+}
+
 } // namespace
