@@ -26,7 +26,7 @@ constexpr int32_t kTurnMs = 1000;
 constexpr int32_t kShortTurnMs = 100;
 
 bool writePortFile(const std::string& path, uint16_t port) {
-    FILE* file = gen_fopen(path.c_str(), "w");
+    FILE* file = gen_fopen(path.c_str(), "we");
     if (file == nullptr)
         return false;
     std::fprintf(file, "%u\n", port);
@@ -36,7 +36,7 @@ bool writePortFile(const std::string& path, uint16_t port) {
 int runRouter(const RouterOptions& options) {
     std::unique_ptr<STPLog> log;
     if (!options.logFile.empty()) {
-        FILE* file = gen_fopen(options.logFile.c_str(), "a");
+        FILE* file = gen_fopen(options.logFile.c_str(), "ae");
         if (file == nullptr) {
             gen_error("cannot open the log file %s", options.logFile.c_str());
             return kExitCannotStart;

@@ -141,7 +141,7 @@ void ServiceRouter_Proxy::parseOptions(int* argc, char** argv) {
             replace(&options.router_host, value);
             break;
         case OptionKind::log:
-            if (FILE* file = gen_fopen(value, "w")) {
+            if (FILE* file = gen_fopen(value, "we")) {
                 if (log_file)
                     std::fclose(log_file);
                 log_file = file;
