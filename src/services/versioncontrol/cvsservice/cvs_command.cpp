@@ -124,27 +124,38 @@ CapturedRun runCapturedLine(char* line, StringPool* pool) {
     return run;
 }
 
-bool runCommandToFile(const char* command, const char* path, char** error_text) {
-    *error_text = nullptr;
-    // The write permission is added before the file is touched, so that a read-only file can
-    // be touched and overwritten by any user, not only by one whom the system lets write
-    // anyway. A missing file is created by the touch and its new bits are recorded.
+namespace {
+// Opens `path` for writing from its start. The write permission is added before the file is
+// touched, so that a read-only file can be touched and overwritten by any user, not only by one
+// whom the system lets write anyway; a missing file is created by the touch. Gives the descriptor
+// and in *bits the permission bits to put back when done; -1 with *error_text set (and the bits
+// already back) when the file cannot be created or opened.
+int openForReplacing(const char* path, unsigned* bits, char** error_text) {
     bool existed = gen_exists(path);
-    unsigned bits = existed ? gen_make_writable(path, 0220) : 0;
+    *bits = existed ? gen_make_writable(path, 0220) : 0;
     if (gen_touch(path) != 0) {
         if (existed)
-            gen_chmod(path, bits);
+            gen_chmod(path, *bits);
         *error_text = gen_asprintf("Unable to create file %s.\n", path);
-        return false;
+        return -1;
     }
     if (!existed)
-        bits = gen_make_writable(path, 0220);
+        *bits = gen_make_writable(path, 0220);
     int fd = plat_open(path, PLAT_O_WRONLY | PLAT_O_TRUNC, 0);
     if (fd < 0) {
         *error_text = gen_asprintf("Unable to open output file %s for writing.\n", path);
-        gen_chmod(path, bits);
-        return false;
+        gen_chmod(path, *bits);
     }
+    return fd;
+}
+} // namespace
+
+bool runCommandToFile(const char* command, const char* path, char** error_text) {
+    *error_text = nullptr;
+    unsigned bits = 0;
+    int fd = openForReplacing(path, &bits, error_text);
+    if (fd < 0)
+        return false;
     char* out = nullptr;
     size_t length = 0;
     bool ok =
@@ -166,23 +177,10 @@ bool runCommandToFile(const char* command, const char* path, char** error_text) 
 
 bool replaceFileContent(const char* path, const char* text, size_t length, char** error_text) {
     *error_text = nullptr;
-    // As in runCommandToFile: write permission first, so that a read-only file can be replaced.
-    bool existed = gen_exists(path);
-    unsigned bits = existed ? gen_make_writable(path, 0220) : 0;
-    if (gen_touch(path) != 0) {
-        if (existed)
-            gen_chmod(path, bits);
-        *error_text = gen_asprintf("Unable to create file %s.\n", path);
+    unsigned bits = 0;
+    int fd = openForReplacing(path, &bits, error_text);
+    if (fd < 0)
         return false;
-    }
-    if (!existed)
-        bits = gen_make_writable(path, 0220);
-    int fd = plat_open(path, PLAT_O_WRONLY | PLAT_O_TRUNC, 0);
-    if (fd < 0) {
-        *error_text = gen_asprintf("Unable to open output file %s for writing.\n", path);
-        gen_chmod(path, bits);
-        return false;
-    }
     bool ok = writeAll(fd, text, length);
     if (!ok)
         *error_text = gen_asprintf("Unable to write output file %s.\n", path);
