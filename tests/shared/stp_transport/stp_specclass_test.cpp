@@ -457,6 +457,22 @@ public:
     int* ticksSeen;
 };
 
+// Feeds an ordered Tick from another call tree while a wait is in progress (the caller holds a
+// MessageDepthGuard), and serves until the transport has held it back.
+bool holdBackATick(RawPeer* peer) {
+    RawPacket p;
+    p.localRN = 2;
+    p.remoteRN = 1;
+    p.kind = KIND_ASCII;
+    p.tag = 1;
+    p.flags = MSG_ONE_WAY | MSG_ORDERED;
+    p.origin = 0x00070009u;
+    p.body = std::string("Tick n:0x1 ") + std::string(5, '\0');
+    return peer->feed(p.bytes()) && serviceUntil({peer->transport.get()}, [&] {
+               return peer->transport->heldBackQueueSize() == 1;
+           });
+}
+
 TEST(STPSpecClassReceiveTest, HeldBackMessageKeepsItsObjectAlive) {
     RawPeer peer;
     ASSERT_TRUE(peer.open());
@@ -467,17 +483,7 @@ TEST(STPSpecClassReceiveTest, HeldBackMessageKeepsItsObjectAlive) {
     {
         // A wait of another call tree is in progress: an ordered message must wait for it.
         MessageDepthGuard waiting(peer.transport.get());
-        RawPacket p;
-        p.localRN = 2;
-        p.remoteRN = 1;
-        p.kind = KIND_ASCII;
-        p.tag = 1;
-        p.flags = MSG_ONE_WAY | MSG_ORDERED;
-        p.origin = 0x00070009u;
-        p.body = std::string("Tick n:0x1 ") + std::string(5, '\0');
-        ASSERT_TRUE(peer.feed(p.bytes()));
-        ASSERT_TRUE(serviceUntil({peer.transport.get()},
-                                 [&] { return peer.transport->heldBackQueueSize() == 1; }));
+        ASSERT_TRUE(holdBackATick(&peer));
         EXPECT_EQ(spec->getHeldCount(), 1);
         EXPECT_EQ(spec->getRefCount(), 2);
         // Offered again while the wait lasts: still held, not counted twice.
@@ -502,17 +508,7 @@ TEST(STPSpecClassReceiveTest, DetachingLetsGoOfTheReferenceOfItsHeldBackMessages
     spec->attachTransport(peer.transport.get());
     {
         MessageDepthGuard waiting(peer.transport.get());
-        RawPacket p;
-        p.localRN = 2;
-        p.remoteRN = 1;
-        p.kind = KIND_ASCII;
-        p.tag = 1;
-        p.flags = MSG_ONE_WAY | MSG_ORDERED;
-        p.origin = 0x00070009u;
-        p.body = std::string("Tick n:0x1 ") + std::string(5, '\0');
-        ASSERT_TRUE(peer.feed(p.bytes()));
-        ASSERT_TRUE(serviceUntil({peer.transport.get()},
-                                 [&] { return peer.transport->heldBackQueueSize() == 1; }));
+        ASSERT_TRUE(holdBackATick(&peer));
         ASSERT_EQ(spec->getHeldCount(), 1);
         // The owner lets go while the message waits: the message no longer reaches the object,
         // so it must not keep it either.
